@@ -1,0 +1,44 @@
+#include "frame/platform/Paths.h"
+
+#include <cctype>
+#include <filesystem>
+#include <system_error>
+
+namespace platform {
+
+std::string ToNativePath(const std::string& path) {
+  std::string native = path;
+  for (char& c : native) {
+    if (c == '\\') c = '/';
+  }
+  return native;
+}
+
+std::string JoinPath(const std::string& base, const std::string& relative) {
+  std::string left = ToNativePath(base);
+  std::string right = ToNativePath(relative);
+  while (!left.empty() && left.back() == '/') left.pop_back();
+  std::size_t skip = 0;
+  while (skip < right.size() && right[skip] == '/') ++skip;
+  right.erase(0, skip);
+  if (left.empty()) return base.empty() ? right : "/" + right;
+  if (right.empty()) return left;
+  return left + "/" + right;
+}
+
+bool IsAbsolutePath(const std::string& path) {
+  if (!path.empty() && (path[0] == '/' || path[0] == '\\')) return true;
+  return path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
+}
+
+bool DirectoryExists(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::is_directory(ToNativePath(path), error);
+}
+
+bool FileExists(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::is_regular_file(ToNativePath(path), error);
+}
+
+}  // namespace platform

@@ -1,0 +1,44 @@
+#include "frame/platform/Time.h"
+
+#include <langinfo.h>
+#include <time.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+namespace platform {
+
+WallTime NowWallTime() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return WallTime{now.tv_sec, static_cast<int>(now.tv_nsec / 1000000)};
+}
+
+long LocalOffsetSeconds(std::time_t moment) {
+  tm local{};
+  if (localtime_r(&moment, &local) == nullptr) return 0;
+  return local.tm_gmtoff;
+}
+
+std::uint64_t MonotonicMilliseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1000u + static_cast<std::uint64_t>(now.tv_nsec) / 1000000u;
+}
+
+bool LocaleUses12HourClock() {
+  const std::string format = nl_langinfo(T_FMT);
+  return format.find("%p") != std::string::npos || format.find("%I") != std::string::npos ||
+         format.find("%r") != std::string::npos;
+}
+
+void SleepMilliseconds(unsigned milliseconds) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+void SleepMicroseconds(unsigned microseconds) {
+  std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+}
+
+}  // namespace platform

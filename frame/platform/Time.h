@@ -1,0 +1,30 @@
+// The clocks the module reads: wall time with milliseconds, the local zone's offset,
+// and a monotonic millisecond count.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+namespace platform {
+
+struct WallTime {
+  std::time_t Seconds;   // since 1970, universal time
+  int Milliseconds;      // 0 to 999
+};
+
+WallTime NowWallTime();
+
+// Seconds that the local zone is ahead of universal time at `moment`, daylight saving
+// included (east of Greenwich is positive).
+long LocalOffsetSeconds(std::time_t moment);
+
+// Milliseconds from an arbitrary fixed start; never goes back.
+std::uint64_t MonotonicMilliseconds();
+
+// True when the process locale writes times on a 12-hour clock.
+bool LocaleUses12HourClock();
+
+void SleepMilliseconds(unsigned milliseconds);
+void SleepMicroseconds(unsigned microseconds);
+
+}  // namespace platform
