@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "frame/KVTException.h"
+#include "frame/platform/Time.h"
 
 namespace {
 
@@ -145,6 +146,20 @@ bool CPackage::LoadLanguageFile(const std::string& path) {
     Translations[line.substr(0, equals)] = line.substr(equals + 1);
   }
   return true;
+}
+
+void CPackage::WriteLog(const std::string& line) const {
+  // One write per line, so that lines of several threads do not mix.
+  const std::string text = platform::LocalTimestamp() + " " + line + "\n";
+  std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void ModuleLog(const std::string& line) {
+  if (g_Package != nullptr) {
+    g_Package->WriteLog(line);
+  } else {
+    CPackage().WriteLog(line);
+  }
 }
 
 CPackage* GetPackage() { return g_Package; }

@@ -26,6 +26,10 @@ class CPackage {
   // Reads "key=text" lines into Translations; false when the file cannot be read.
   bool LoadLanguageFile(const std::string& path);
 
+  // The host's log. Called from the module thread and from port threads alike; the
+  // default writes one time-stamped line to standard error.
+  virtual void WriteLog(const std::string& line) const;
+
   std::string ApplicationDirectory;
   DWORD LocalAddress = 0;  // IPv4, network byte order
   std::map<std::string, std::string> Translations;
@@ -40,6 +44,9 @@ const std::map<std::string, std::string>& BuiltInTexts();
 
 CPackage* GetPackage();
 void SetModulePackage(CPackage* package);
+
+// Writes a line to the host's log through the module's package (standard error without one).
+void ModuleLog(const std::string& line);
 
 // GetTranslation through the module's package; the key itself when there is none.
 std::string GetTranslation(const char* key, ...);

@@ -33,6 +33,15 @@ bool LocaleUses12HourClock() {
          format.find("%r") != std::string::npos;
 }
 
+std::string LocalTimestamp() {
+  const std::time_t now = std::time(nullptr);
+  tm local{};
+  localtime_r(&now, &local);
+  char stamp[32];
+  std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+  return stamp;
+}
+
 void SleepMilliseconds(unsigned milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <string>
 
 namespace platform {
 
@@ -23,6 +24,9 @@ std::uint64_t MonotonicMilliseconds();
 
 // True when the process locale writes times on a 12-hour clock.
 bool LocaleUses12HourClock();
+
+// "YYYY-MM-DD HH:MM:SS" of the local time now, for log lines.
+std::string LocalTimestamp();
 
 void SleepMilliseconds(unsigned milliseconds);
 void SleepMicroseconds(unsigned microseconds);
