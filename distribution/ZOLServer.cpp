@@ -35,6 +35,9 @@ void CZOLServer::LoadSettings() {
     CIniFile ini(platform::JoinPath(directory, "\\Config\\ZOLServer.ini"));
     ini.Load();
 
+    // Every load starts from the defaults; a bad number leaves the default in place.
+    PacketSize = 128;
+    PacketDelay = 1;
     int value = 0;
     ini.Read("communication", "packetsize", value, 128);
     if (value >= 16 && value <= 128) PacketSize = static_cast<DWORD>(value);

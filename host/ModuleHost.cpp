@@ -1,0 +1,217 @@
+#include "host/ModuleHost.h"
+
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+#include "frame/KVTException.h"
+#include "frame/platform/Interfaces.h"
+
+namespace {
+
+std::string Hex(unsigned value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%04X", value);
+  return text;
+}
+
+}  // namespace
+
+CModuleHost::CModuleHost(HostOptions options) : Options(std::move(options)) {}
+
+CModuleHost::~CModuleHost() { Stop(); }
+
+template <class Call>
+void CModuleHost::CallModule(const char* what, Call&& call) {
+  try {
+    call();
+  } catch (CKVTException* e) {
+    Package.WriteLog(std::string("exception in ") + what + ": " + e->Describe());
+    delete e;
+  } catch (const std::exception& e) {
+    Package.WriteLog(std::string("exception in ") + what + ": " + e.what());
+  }
+}
+
+bool CModuleHost::Load() {
+  if (!Library.Open(Options.ModulePath)) {
+    LastError = "cannot load module " + Options.ModulePath + ": " + Library.Error();
+    return false;
+  }
+  auto getInformation = reinterpret_cast<GetModuleInformationFunction>(Library.Find("GetModuleInformation"));
+  auto setPackage = reinterpret_cast<SetPackageFunction>(Library.Find("SetPackage"));
+  if (getInformation == nullptr || setPackage == nullptr) {
+    LastError = "not a module: " + Options.ModulePath + " lacks GetModuleInformation or SetPackage";
+    return false;
+  }
+  getInformation(&Info);
+  if (Info.CreateModule == nullptr) {
+    LastError = "not a module: " + Options.ModulePath + " names no factory";
+    return false;
+  }
+  return true;
+}
+
+void CModuleHost::AddPeer(std::unique_ptr<CHostPeer> peer) {
+  const WORD peerClass = peer->PeerClass();
+  Peers[peerClass] = std::move(peer);
+}
+
+bool CModuleHost::Start() {
+  Package.ApplicationDirectory = Options.ApplicationDirectory;
+  Package.LocalAddress = platform::LocalIPv4Address();
+  Package.ComPorts = Options.ComPorts;
+  Package.CodePage = Options.CodePage;
+  if (!Options.LanguageFile.empty() && !Package.LoadLanguageFile(Options.LanguageFile)) {
+    Package.WriteLog("cannot read language file " + Options.LanguageFile + "; built-in texts are used");
+  }
+  auto setPackage = reinterpret_cast<SetPackageFunction>(Library.Find("SetPackage"));
+  setPackage(&Package);
+
+  CallModule("CreateModule", [&] { Module = Info.CreateModule(); });
+  if (Module == nullptr) {
+    LastError = "the module could not be created";
+    return false;
+  }
+  Module->SendTarget = this;
+  CallModule("Initialize", [&] { Module->Initialize(); });
+  ReportModules();
+  MessageThread = std::thread([this] { RunMessageThread(); });
+  return true;
+}
+
+void CModuleHost::Stop() {
+  {
+    std::lock_guard<std::mutex> guard(Lock);
+    Stopping = true;
+  }
+  Wake.notify_all();
+  if (MessageThread.joinable()) MessageThread.join();
+  if (Module != nullptr) {
+    CallModule("the destructor", [&] { delete Module; });
+    Module = nullptr;
+  }
+  std::lock_guard<std::mutex> guard(Lock);
+  Outbox.clear();
+}
+
+void CModuleHost::SendFunction(CModuleMessage* message) {
+  {
+    std::lock_guard<std::mutex> guard(Lock);
+    Outbox.emplace_back(message);
+  }
+  Wake.notify_all();
+}
+
+int CModuleHost::TimerInterval() const {
+  std::lock_guard<std::mutex> guard(Lock);
+  return Interval;
+}
+
+std::uint64_t CModuleHost::TimerTicks() const {
+  std::lock_guard<std::mutex> guard(Lock);
+  return Ticks;
+}
+
+void CModuleHost::RunMessageThread() {
+  using Clock = std::chrono::steady_clock;
+  auto nextTick = Clock::now();
+  std::unique_lock<std::mutex> guard(Lock);
+  while (!Stopping) {
+    if (!Outbox.empty()) {
+      std::unique_ptr<CModuleMessage> message = std::move(Outbox.front());
+      Outbox.pop_front();
+      guard.unlock();
+      Dispatch(std::move(message));
+      guard.lock();
+      continue;
+    }
+    if (Interval <= 0) {
+      Wake.wait(guard);
+      nextTick = Clock::now() + std::chrono::milliseconds(Interval);
+      continue;
+    }
+    if (Wake.wait_until(guard, nextTick) == std::cv_status::timeout) {
+      ++Ticks;
+      nextTick += std::chrono::milliseconds(Interval);
+      // After a long stall the timer goes on from now rather than catching up.
+      if (nextTick < Clock::now()) nextTick = Clock::now() + std::chrono::milliseconds(Interval);
+      guard.unlock();
+      CallModule("OnTimer", [&] { Module->OnTimer(); });
+      guard.lock();
+    }
+  }
+}
+
+void CModuleHost::Dispatch(std::unique_ptr<CModuleMessage> message) {
+  LogMessage("out", *message, message->TargetClass);
+  if (message->TargetClass == kHostClass) {
+    HandleHostMessage(*message);
+    return;
+  }
+  auto peer = Peers.find(message->TargetClass);
+  if (peer == Peers.end()) {
+    if (Options.Verbose) {
+      Package.WriteLog("no module of class " + std::to_string(message->TargetClass) + " here: message " +
+                       Hex(message->ID) + " dropped");
+    }
+    return;
+  }
+  message->Reset();
+  for (CModuleMessage* reply : peer->second->Receive(*message)) {
+    reply->Class = peer->first;
+    DeliverToModule(std::unique_ptr<CModuleMessage>(reply));
+  }
+}
+
+void CModuleHost::DeliverToModule(std::unique_ptr<CModuleMessage> message) {
+  LogMessage("in", *message, message->Class);
+  message->Reset();
+  CallModule("ProcessMessage", [&] { Module->ProcessMessage(message.get()); });
+}
+
+void CModuleHost::HandleHostMessage(CModuleMessage& message) {
+  message.Reset();
+  switch (message.ID) {
+    case kMsgGetAllModules:
+      ReportModules();
+      break;
+    case kMsgSetTimerInterval: {
+      int interval = 0;
+      CallModule("reading the timer interval", [&] { message >> interval; });
+      {
+        std::lock_guard<std::mutex> guard(Lock);
+        Interval = interval > 0 ? interval : 0;
+      }
+      Package.WriteLog("timer: every " + std::to_string(interval) + " ms");
+      break;
+    }
+    case kMsgEnableWaiting: {
+      int enable = 0;
+      CallModule("reading the waiting switch", [&] { message >> enable; });
+      if (Options.Verbose) Package.WriteLog(std::string("waiting for modules ") + (enable != 0 ? "on" : "off"));
+      break;
+    }
+    default:
+      if (Options.Verbose) Package.WriteLog("unknown host message " + Hex(message.ID) + " ignored");
+      break;
+  }
+}
+
+void CModuleHost::ReportModules() {
+  for (const auto& [peerClass, peer] : Peers) {
+    if (Options.Verbose) {
+      Package.WriteLog("module of class " + std::to_string(peerClass) + " present");
+    }
+    CallModule("OnModifyModule", [&, &p = peer] {
+      Module->OnModifyModule(peerClass, p->PeerInstance(), p->PeerComputer(), 1);
+    });
+  }
+}
+
+void CModuleHost::LogMessage(const char* direction, const CModuleMessage& message, WORD peerClass) const {
+  if (!Options.Verbose) return;
+  Package.WriteLog(std::string("message ") + direction + ": id " + Hex(message.ID) + (direction[0] == 'o' ? " to" : " from") +
+                   " class " + std::to_string(peerClass) + ", " + std::to_string(message.GetFilled()) + " bytes");
+}

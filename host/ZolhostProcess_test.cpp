@@ -1,0 +1,98 @@
+// zolhost as race staff run it: a process on the example application directory.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <chrono>
+#include <regex>
+#include <string>
+
+#include "testing/ChildProcess.h"
+#include "testing/TempDir.h"
+
+namespace {
+
+const std::string kHost = std::string(ZOL_BINARY_DIR) + "/zolhost";
+const std::string kExamples = std::string(ZOL_SOURCE_DIR) + "/examples";
+
+unsigned long TicksReported(const std::string& log) {
+  std::smatch match;
+  static const std::regex pattern("stopped after ([0-9]+) timer ticks");
+  return std::regex_search(log, match, pattern) ? std::stoul(match[1]) : 0;
+}
+
+}  // namespace
+
+TEST(ZolhostProcess, RunsOnTheExamplesTicksAsAskedAndEndsOnSigterm) {
+  TempDir logs;
+  ChildProcess host(kHost, {"--appdir", kExamples, "--verbose"}, logs.Path());
+  ASSERT_TRUE(host.WaitForStderr("timer: every 200 ms", 10)) << host.Stderr();
+  const auto started = std::chrono::steady_clock::now();
+  // It stays up.
+  EXPECT_FALSE(host.WaitForExit(1.5).has_value()) << host.Stderr();
+
+  host.Signal(SIGTERM);
+  const auto status = host.WaitForExit(1.0);
+  ASSERT_TRUE(status.has_value()) << "zolhost did not end within a second of SIGTERM";
+  EXPECT_EQ(*status, 0);
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+
+  const std::string log = host.Stderr();
+  EXPECT_NE(log.find("module \"ZOL Server\", class 38, version 3.1.563"), std::string::npos) << log;
+  EXPECT_NE(log.find("message out: id 0x0030 to class 0, 4 bytes"), std::string::npos) << log;
+  // About five ticks a second: the bounds only rule out a timer that is off or runs free.
+  const unsigned long ticks = TicksReported(log);
+  EXPECT_GE(ticks, 3u) << log;
+  EXPECT_LE(ticks, static_cast<unsigned long>(seconds * 5) + 5) << log;
+}
+
+TEST(ZolhostProcess, SigintEndsItCleanlyToo) {
+  TempDir logs;
+  ChildProcess host(kHost, {"--appdir", kExamples}, logs.Path());
+  ASSERT_TRUE(host.WaitForStderr("timer: every 200 ms", 10)) << host.Stderr();
+  host.Signal(SIGINT);
+  const auto status = host.WaitForExit(1.0);
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(*status, 0);
+}
+
+TEST(ZolhostProcess, MissingApplicationDirectoryIsOneLineAndExitTwo) {
+  TempDir logs;
+  std::string err;
+  const auto status = RunToEnd(kHost, {"--appdir", logs.Path() + "/absent"}, logs.Path(), 10, nullptr, &err);
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(*status, 2);
+  EXPECT_NE(err.find("does not exist"), std::string::npos) << err;
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+}
+
+TEST(ZolhostProcess, UnloadableModuleIsOneLineAndExitTwo) {
+  TempDir logs;
+  const std::string notALibrary = logs.Write("fake.so", "not a shared library");
+  std::string err;
+  const auto status = RunToEnd(kHost, {"--appdir", kExamples, "--module", notALibrary}, logs.Path(), 10, nullptr, &err);
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(*status, 2);
+  EXPECT_NE(err.find("cannot load module"), std::string::npos) << err;
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+}
+
+TEST(ZolhostProcess, UnknownOptionIsRefusedWithExitTwo) {
+  TempDir logs;
+  std::string err;
+  const auto status = RunToEnd(kHost, {"--no-such-option"}, logs.Path(), 10, nullptr, &err);
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(*status, 2);
+  EXPECT_NE(err.find("unknown option"), std::string::npos) << err;
+}
+
+TEST(ZolhostProcess, HelpExplainsEveryOption) {
+  TempDir logs;
+  std::string out;
+  const auto status = RunToEnd(kHost, {"--help"}, logs.Path(), 10, &out);
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(*status, 0);
+  for (const char* option : {"--appdir", "--module", "--language", "--com", "--code-page", "--verbose", "--help"}) {
+    EXPECT_NE(out.find(option), std::string::npos) << option;
+  }
+}

@@ -1,0 +1,19 @@
+// A scratch folder for one test, removed with everything in it when the test ends.
+#pragma once
+
+#include <string>
+
+class TempDir {
+ public:
+  TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  ~TempDir();
+
+  const std::string& Path() const { return Root; }
+  // Writes `contents` to `relative` below the folder, making folders on the way.
+  std::string Write(const std::string& relative, const std::string& contents) const;
+
+ private:
+  std::string Root;
+};
