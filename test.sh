@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Builds everything and runs the whole test suite: a plain build, the same suite under
+# AddressSanitizer with UndefinedBehaviorSanitizer, the threaded parts under
+# ThreadSanitizer, and the fuzz targets for a short fixed time.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+scripts/setup.sh
+
+passed=0
+failed=0
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+
+# Runs ctest in a build folder and adds its counts to the totals.
+run_ctest() {
+  local folder=$1
+  shift
+  echo "== tests in $folder"
+  local status=0
+  ctest --test-dir "$folder" --output-on-failure --timeout 600 -j2 "$@" | tee "$log" || status=$?
+  local line
+  line=$(grep -E 'tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n 1 || true)
+  if [[ $line =~ ([0-9]+)\ tests?\ failed\ out\ of\ ([0-9]+) ]]; then
+    failed=$((failed + BASH_REMATCH[1]))
+    passed=$((passed + BASH_REMATCH[2] - BASH_REMATCH[1]))
+  fi
+  return $status
+}
+
+build() {
+  local folder=$1
+  shift
+  echo "== building $folder"
+  cmake -S . -B "$folder" -G Ninja "$@" >/dev/null
+  ninja -C "$folder"
+}
+
+status=0
+
+build build
+run_ctest build || status=1
+
+build build-asan -DZOL_SANITIZE=address -DZOL_BUILD_BENCH=OFF
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  run_ctest build-asan || status=1
+
+build build-tsan -DZOL_SANITIZE=thread -DZOL_BUILD_BENCH=OFF
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+  run_ctest build-tsan -R 'Thread|Port|Tcp|Multicast|Serial|Zolhost|Zolclient|EndToEnd' || status=1
+
+fuzz_sources=$(find frame distribution site data views web host client -name '*_fuzz.cpp' 2>/dev/null | sort)
+if [ -n "$fuzz_sources" ]; then
+  echo "== building fuzz targets"
+  CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DZOL_FUZZ=ON -DZOL_SANITIZE=address \
+    -DZOL_BUILD_TESTS=OFF -DZOL_BUILD_BENCH=OFF >/dev/null
+  ninja -C build-fuzz
+  for source in $fuzz_sources; do
+    name=$(basename "$source" .cpp)
+    corpus=$(mktemp -d)
+    echo "== fuzzing $name for 30 seconds"
+    if ASAN_OPTIONS=detect_leaks=1 "build-fuzz/bin/$name" -max_total_time=30 -rss_limit_mb=2048 \
+        -print_final_stats=0 "$corpus" >"$log" 2>&1; then
+      passed=$((passed + 1))
+      tail -n 2 "$log"
+    else
+      failed=$((failed + 1))
+      status=1
+      tail -n 40 "$log"
+    fi
+    rm -rf "$corpus"
+  done
+fi
+
+echo
+echo "$passed passed, $failed failed"
+exit $status
