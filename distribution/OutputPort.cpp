@@ -81,7 +81,7 @@ void CZOLOutputPort::UpdatePage(DWORD key, BYTE sequence, const PacketBlocks& pa
     for (const BYTE* source : packets) {
       BYTE* copy = new BYTE[PacketSize];
       std::memcpy(copy, source, PacketSize);
-      BYTE*& slot = Queue[key | (n << 6)];
+      BYTE*& slot = Queue[QueueKey(key, n)];
       delete[] slot;
       slot = copy;
       ++n;
@@ -96,7 +96,8 @@ BYTE* CZOLOutputPort::PopPacket() {
     if (Queue.empty()) return nullptr;
     auto first = Queue.begin();
     BYTE* packet = first->second;
-    if ((packet[2] & wire::kFlagLastPacket) != 0) InQueue[first->first & wire::kPageIdentityMask] = 0;
+    const DWORD pageKey = static_cast<DWORD>(first->first >> 32) & wire::kPageIdentityMask;
+    if ((packet[2] & wire::kFlagLastPacket) != 0) InQueue[pageKey] = 0;
     Queue.erase(first);
     return packet;
   });
@@ -111,7 +112,7 @@ void CZOLOutputPort::ClearAllPackets(DWORD siteNumber) {
     }
     int dropped = 0;
     for (auto it = Queue.begin(); it != Queue.end();) {
-      if (wire::SiteNumber(it->first) == siteNumber) {
+      if (wire::SiteNumber(static_cast<DWORD>(it->first >> 32)) == siteNumber) {
         delete[] it->second;
         it = Queue.erase(it);
         dropped += static_cast<int>(PacketSize);

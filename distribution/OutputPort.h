@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <atomic>
 #include <map>
 #include <mutex>
@@ -60,6 +61,10 @@ class CZOLOutputPort {
   std::map<DWORD, BYTE> GetInQueue();
   std::map<DWORD, BYTE> GetPageSequences();
   std::size_t GetQueueLength();
+  // The queue key of a page key and a packet number.
+  static std::uint64_t QueueKey(DWORD pageKey, DWORD packetNumber) {
+    return (static_cast<std::uint64_t>(pageKey) << 32) | packetNumber;
+  }
 
  protected:
   struct Sample {
@@ -94,7 +99,10 @@ class CZOLOutputPort {
   DWORD DataRate = 0;
   std::counting_semaphore<100000> StopSemaphore{0};
   std::mutex QueueMutex;
-  std::map<DWORD, BYTE*> Queue;
+  // Keyed by the page key in the high half and the packet number in the low half: the
+  // order is level, page, site, packet number, and a page of more than 4096 packets
+  // keeps every packet apart (the packet number on the wire has only 12 bits).
+  std::map<std::uint64_t, BYTE*> Queue;
   std::map<DWORD, BYTE> InQueue;
   std::map<DWORD, BYTE> PageSequences;
   std::thread Thread;
