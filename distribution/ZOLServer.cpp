@@ -1,6 +1,7 @@
 #include "distribution/ZOLServer.h"
 
 #include <clocale>
+#include <cstdlib>
 
 #include "distribution/MulticastServer.h"
 #include "distribution/OutputPort.h"
@@ -11,6 +12,7 @@
 #include "frame/KVTException.h"
 #include "frame/Package.h"
 #include "frame/platform/Paths.h"
+#include "site/ZOLServerSite.h"
 
 DWORD PacketSize = 128;
 DWORD PacketDelay = 1;
@@ -28,6 +30,9 @@ CZOLServer::CZOLServer() {
 }
 
 CZOLServer::~CZOLServer() {
+  // Sites go before the ports, so that no port thread outlives a page it was fed from.
+  for (CZOLServerSite* site : Sites) delete site;
+  Sites.clear();
   // Each port stops its thread in its destructor.
   for (auto& entry : Ports) delete entry.second;
   Ports.clear();
@@ -67,7 +72,33 @@ void CZOLServer::LoadSettings() {
       port->LoadSettings(ini, key);
       port->Start();
     }
+
+    int siteCount = 0;
+    ini.Read("sites", "count", siteCount, 0);
+    for (int i = 0; i < siteCount; ++i) {
+      auto* site = new CZOLServerSite(static_cast<DWORD>(i + 1), Comm);
+      Sites.push_back(site);
+      std::string section;
+      ini.Read("sites", "site" + std::to_string(i), section, "Undefined");
+      site->LoadSettings(ini, section);
+      std::string portList;
+      ini.Read(section, "ports", portList, "");
+      BOOL done = FALSE;
+      for (std::string token = NextToken(portList, ',', done); done == FALSE; token = NextToken(portList, ',', done)) {
+        if (token.empty()) continue;
+        auto port = Ports.find(static_cast<DWORD>(std::atoi(token.c_str())));
+        if (port != Ports.end()) site->PortAdd(port->second);
+      }
+    }
+    BuildSites();
+
+    ModuleLog("Settings " + ini.GetFilename() + ": " + std::to_string(Ports.size()) + " port(s), " +
+              std::to_string(Sites.size()) + " site(s)");
   });
+}
+
+void CZOLServer::BuildSites() {
+  for (CZOLServerSite* site : Sites) site->Build(site->GetRoot(), site->GetEvent(), 1);
 }
 
 void CZOLServer::Initialize() {
@@ -98,12 +129,13 @@ void CZOLServer::OnTimer() {
     if (second == LastWholeSecond) return;
     LastWholeSecond = second;
     ++BeatCount;
+    for (CZOLServerSite* site : Sites) site->OnTimerEvent();
     for (auto& entry : Ports) entry.second->DetermineDataRate();
   });
 }
 
 void CZOLServer::OnAllData() {
-  Guarded("CZOLServer::OnAllData()", [&] {});
+  Guarded("CZOLServer::OnAllData()", [&] { BuildSites(); });
 }
 
 void CZOLServer::OnDisconnect() {
@@ -136,7 +168,7 @@ int CZOLServer::PortDelete(DWORD id) {
   return Guarded("CZOLServer::PortDelete()", [&] {
     auto found = Ports.find(id);
     if (found == Ports.end() || found->second == nullptr) return 0;
-    // The sites forget the port before it goes (added with the sites).
+    for (CZOLServerSite* site : Sites) site->PortRemove(found->second);
     delete found->second;
     Ports.erase(found);
     return 1;

@@ -11,6 +11,7 @@
 
 class CIniFile;
 class CZOLOutputPort;
+class CZOLServerSite;
 
 // Values that hold for every site and port; set only while loading the settings.
 extern DWORD PacketSize;
@@ -40,6 +41,8 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
   const std::map<DWORD, CZOLOutputPort*>& GetPorts() const { return Ports; }
   CZOLOutputPort* GetPort(DWORD id) const;
 
+  const std::vector<CZOLServerSite*>& GetSites() const { return Sites; }
+
   CRMComm* GetComm() const { return Comm; }
   DWORD GetNextPortID() const { return NextPortID; }
   DWORD GetTestPageSize() const { return TestPageSize; }
@@ -48,12 +51,17 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
   DWORD GetBeatCount() const { return BeatCount; }
 
  private:
+  // Builds every site on its own root and event.
+  void BuildSites();
+
   CRMComm* Comm = nullptr;
   BOOL DataConnected = 0;
   DWORD NextPortID = 0;
   KVTTIME LastWholeSecond = 0;
   DWORD TestPageSize = 0;
   DWORD BeatCount = 0;
+  // Owned; site numbers 1, 2, 3 follow this order.
+  std::vector<CZOLServerSite*> Sites;
   // Owned; ordered by ID.
   std::map<DWORD, CZOLOutputPort*> Ports;
   // Ports whose ID was given again: out of the map, still alive, freed at teardown.

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "site/ZOLServerSite.h"
 #include "testing/ModuleFixture.h"
 #include "testing/RecordingTarget.h"
 
@@ -144,4 +145,95 @@ TEST(ZOLServer, DisconnectClearsTheDataFlag) {
   CZOLServer server;
   server.OnDisconnect();
   EXPECT_EQ(server.IsDataConnected(), 0);
+}
+
+namespace {
+
+// Serial ports on a device that is no terminal stay not running: enough to test how the
+// server numbers and hands out ports without opening anything.
+std::string SerialPorts(int count, const std::string& sections) {
+  std::string text = "[ports]\ncount=" + std::to_string(count) + "\n";
+  for (int i = 0; i < count; ++i) text += "port" + std::to_string(i) + "=1\n";
+  return text + sections;
+}
+
+}  // namespace
+
+TEST(ZOLServerPorts, CountOfTwoWithOnePortKeyGivesATypeZeroLineThatMakesNoPort) {
+  PackageScope scope;
+  scope.Package.ComPorts[1] = "/dev/null";
+  scope.WriteSettings("[ports]\ncount=2\nport0=1\n[port0]\nID=4\nport=1\n");
+  CZOLServer server;
+  ASSERT_EQ(server.GetPorts().size(), 1u);
+  EXPECT_NE(server.GetPort(4), nullptr);
+  EXPECT_EQ(server.PortAdd(0, 9), nullptr);
+  EXPECT_EQ(server.GetPorts().size(), 1u);
+  EXPECT_EQ(server.GetNextPortID(), 5u);
+}
+
+TEST(ZOLServerPorts, PortWithoutIdGetsTheNextFreeNumberAboveEveryIdRead) {
+  PackageScope scope;
+  scope.Package.ComPorts[1] = "/dev/null";
+  scope.WriteSettings(SerialPorts(3, "[port0]\nID=7\n[port1]\nport=1\n[port2]\nID=2\n"));
+  CZOLServer server;
+  ASSERT_EQ(server.GetPorts().size(), 3u);
+  EXPECT_NE(server.GetPort(7), nullptr);
+  EXPECT_NE(server.GetPort(8), nullptr) << "the port without ID follows the highest ID so far";
+  EXPECT_NE(server.GetPort(2), nullptr);
+  EXPECT_EQ(server.GetNextPortID(), 9u);
+  for (const auto& [id, port] : server.GetPorts()) EXPECT_LT(id, server.GetNextPortID());
+}
+
+TEST(ZOLServerPorts, PortDeleteReportsWhetherThePortExistedAndSitesForgetIt) {
+  PackageScope scope;
+  scope.Package.ComPorts[1] = "/dev/null";
+  scope.WriteSettings(SerialPorts(1, "[port0]\nID=1\n[sites]\ncount=1\nsite0=main\n[main]\nports=1\n"));
+  CZOLServer server;
+  ASSERT_EQ(server.GetSites().size(), 1u);
+  ASSERT_EQ(server.GetSites()[0]->GetPorts().size(), 1u);
+  EXPECT_EQ(server.PortDelete(1), 1);
+  EXPECT_EQ(server.PortDelete(1), 0);
+  EXPECT_TRUE(server.GetSites()[0]->GetPorts().empty());
+}
+
+TEST(ZOLServerSites, UnknownPortIdsInASiteAreDroppedSoOneNineTwoGivesTwoPorts) {
+  PackageScope scope;
+  scope.Package.ComPorts[1] = "/dev/null";
+  scope.WriteSettings(SerialPorts(2, "[port0]\nID=1\n[port1]\nID=2\n[sites]\ncount=1\nsite0=main\n[main]\nports=1,9,2\n"));
+  CZOLServer server;
+  ASSERT_EQ(server.GetSites().size(), 1u);
+  const auto& ports = server.GetSites()[0]->GetPorts();
+  ASSERT_EQ(ports.size(), 2u);
+  EXPECT_EQ(ports[0], server.GetPort(1));
+  EXPECT_EQ(ports[1], server.GetPort(2));
+}
+
+TEST(ZOLServerSites, SitesAreNumberedFromOneInFileOrderAndNamedByTheirSection) {
+  PackageScope scope;
+  scope.WriteSettings("[sites]\ncount=2\nsite0=north\nsite1=south\n[north]\nports=,,\n");
+  CZOLServer server;
+  ASSERT_EQ(server.GetSites().size(), 2u);
+  EXPECT_EQ(server.GetSites()[0]->GetSiteId(), 1u);
+  EXPECT_EQ(server.GetSites()[1]->GetSiteId(), 2u);
+  EXPECT_EQ(server.GetSites()[0]->GetParameter("name"), "north");
+  EXPECT_EQ(server.GetSites()[1]->GetParameter("name"), "south");
+  EXPECT_TRUE(server.GetSites()[0]->GetPorts().empty());
+}
+
+TEST(ZOLServerSites, TwoHostTicksInOneSecondCauseOneTimerEventPerSite) {
+  PackageScope scope;
+  scope.WriteSettings("[sites]\ncount=2\nsite0=a\nsite1=b\n");
+  CZOLServer server;
+  // Ticks right after each other fall into one whole second unless that second just
+  // ended; then the next pair does.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    const DWORD before = server.GetSites()[0]->GetTimerEvents();
+    server.OnTimer();
+    server.OnTimer();
+    const DWORD events = server.GetSites()[0]->GetTimerEvents() - before;
+    EXPECT_EQ(server.GetSites()[1]->GetTimerEvents(), server.GetSites()[0]->GetTimerEvents());
+    if (events == 1) return SUCCEED();
+    EXPECT_LE(events, 2u);
+  }
+  ADD_FAILURE() << "two ticks in a row never fell into one second";
 }

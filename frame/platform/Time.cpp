@@ -33,6 +33,14 @@ bool LocaleUses12HourClock() {
          format.find("%r") != std::string::npos;
 }
 
+std::string FormatTime(std::time_t moment, const char* format, bool utc) {
+  tm parts{};
+  if ((utc ? gmtime_r(&moment, &parts) : localtime_r(&moment, &parts)) == nullptr) return std::string();
+  char text[128];
+  const std::size_t length = std::strftime(text, sizeof text, format, &parts);
+  return std::string(text, length);
+}
+
 std::string LocalTimestamp() {
   const std::time_t now = std::time(nullptr);
   tm local{};

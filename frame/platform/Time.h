@@ -25,6 +25,9 @@ std::uint64_t MonotonicMilliseconds();
 // True when the process locale writes times on a 12-hour clock.
 bool LocaleUses12HourClock();
 
+// strftime of a moment in universal or local time, into at most 127 characters.
+std::string FormatTime(std::time_t moment, const char* format, bool utc);
+
 // "YYYY-MM-DD HH:MM:SS" of the local time now, for log lines.
 std::string LocalTimestamp();
 
