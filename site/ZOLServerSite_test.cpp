@@ -1,0 +1,218 @@
+#include "site/ZOLServerSite.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "distribution/OutputPort.h"
+#include "testing/ModuleFixture.h"
+
+namespace {
+
+// A port without a thread that notes what the stream hands it.
+class RecordingPort : public CZOLOutputPort {
+ public:
+  RecordingPort() : CZOLOutputPort(1) { Running = 1; }
+  void LoadSettings(CIniFile&, const std::string&) override {}
+  void SaveSettings(CIniFile&, const std::string&) override {}
+  void Start() override {}
+  void SendPacket(const BYTE*) override {}
+  void UpdatePage(DWORD key, BYTE, const PacketBlocks&) override { Updates.push_back(key); }
+  void ClearAllPackets(DWORD siteNumber) override { Clears.push_back(siteNumber); }
+
+  std::vector<DWORD> Updates;
+  std::vector<DWORD> Clears;
+};
+
+std::string Root(const TempDir& folder) { return folder.Path() + "/"; }
+
+COutputPage* FindByName(const CZOLServerSite& site, const std::string& name) {
+  for (const auto& [number, page] : site.GetPages()) {
+    if (page->GetFilename() == name) return page;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+TEST(SiteLinks, DoubleBarIndexGivesAnEmptyPathAndTheFile) {
+  std::string link = "||index.zol";
+  std::string path = "unchanged/";
+  CZOLServerSite::ProcessLink(link, path);
+  EXPECT_EQ(link, "index.zol");
+  EXPECT_EQ(path, "");
+}
+
+TEST(SiteLinks, DotDotStepsBackOneFolder) {
+  std::string link = "a/|../b/|x.zol";
+  std::string path;
+  CZOLServerSite::ProcessLink(link, path);
+  EXPECT_EQ(link, "x.zol");
+  EXPECT_EQ(path, "b/");
+}
+
+TEST(SiteLinks, DotDotBeyondTheRootLeavesAnEmptyPath) {
+  std::string link = "a/|../../|x.zol";
+  std::string path;
+  CZOLServerSite::ProcessLink(link, path);
+  EXPECT_EQ(link, "x.zol");
+  EXPECT_EQ(path, "");
+}
+
+TEST(SiteLinks, LinkWithoutBarLeavesThePathAsItWas) {
+  std::string link = "x.zol";
+  std::string path = "kept/";
+  CZOLServerSite::ProcessLink(link, path);
+  EXPECT_EQ(link, "x.zol");
+  EXPECT_EQ(path, "kept/");
+}
+
+TEST(SiteFiles, PlainFilesArePublishedByExtensionTableAndSubfoldersFirst) {
+  PackageScope scope;
+  TempDir folder;
+  folder.Write("index.html", "<p>home</p>");
+  folder.Write("style.css", "p{}");
+  folder.Write("img/logo.gif", "GIF89a");
+  folder.Write("notes.txt", "not published");
+  folder.Write("orphan.zol", "<zol/>");
+  CZOLServerSite site(1, nullptr);
+  site.Build(Root(folder), -1, 1);
+
+  ASSERT_EQ(site.GetPages().size(), 3u);
+  // The subfolder's files are numbered before the folder's own; css before html.
+  EXPECT_EQ(site.GetPages().at(8)->GetFilename(), "logo.gif");
+  EXPECT_EQ(site.GetPages().at(8)->GetPath(), "img/");
+  EXPECT_EQ(site.GetPages().at(9)->GetFilename(), "style.css");
+  EXPECT_EQ(site.GetPages().at(10)->GetFilename(), "index.html");
+  EXPECT_EQ(site.GetPages().at(10)->GetDataAsString(), "<p>home</p>");
+  EXPECT_EQ(site.GetParameter("pagecount"), "3");
+}
+
+TEST(SiteFiles, ZolFileThatNothingIncludesIsNotPublished) {
+  PackageScope scope;
+  TempDir folder;
+  folder.Write("orphan.zol", "<zol/>");
+  folder.Write("page.html", "x");
+  CZOLServerSite site(1, nullptr);
+  site.Build(Root(folder), -1, 1);
+  EXPECT_EQ(FindByName(site, "orphan.zol"), nullptr);
+  EXPECT_NE(FindByName(site, "page.html"), nullptr);
+}
+
+TEST(SiteFiles, LevelsAndRepeatsComeFromTheExtensionTable) {
+  PackageScope scope;
+  TempDir folder;
+  folder.Write("a.css", "1");
+  folder.Write("b.js", "2");
+  folder.Write("c.html", "3");
+  folder.Write("d.png", "4");
+  CZOLServerSite site(2, nullptr);
+  site.Build(Root(folder), -1, 1);
+  const struct {
+    const char* Name;
+    DWORD Level;
+    DWORD Repeat;
+  } expected[] = {{"a.css", 1, 20}, {"b.js", 1, 20}, {"c.html", 2, 30}, {"d.png", 3, 60}};
+  for (const auto& file : expected) {
+    const COutputPage* page = FindByName(site, file.Name);
+    ASSERT_NE(page, nullptr) << file.Name;
+    EXPECT_EQ(page->GetPageKey() >> 30, file.Level) << file.Name;
+    EXPECT_EQ(page->GetRepeat(), file.Repeat) << file.Name;
+    EXPECT_EQ((page->GetPageKey() >> 18) & 7, 2u) << file.Name;
+  }
+}
+
+TEST(SiteBuild, SameRootAndEventClearsTheStreamsPackets) {
+  PackageScope scope;
+  TempDir folder;
+  folder.Write("a.html", "a");
+  RecordingPort port;
+  CZOLServerSite site(3, nullptr);
+  site.PortAdd(&port);
+  site.Build(Root(folder), -1, 0);
+  port.Clears.clear();
+  site.Build(Root(folder), -1, 0);
+  EXPECT_EQ(port.Clears, std::vector<DWORD>{3});
+}
+
+TEST(SiteBuild, DifferentRootWithoutForceHandsThePagesOnInsteadOfClearing) {
+  PackageScope scope;
+  TempDir first;
+  TempDir second;
+  second.Write("a.html", "a");
+  second.Write("b.css", "b");
+  RecordingPort port;
+  CZOLServerSite site(1, nullptr);
+  site.PortAdd(&port);
+  site.Build(Root(first), -1, 1);
+  port.Clears.clear();
+  port.Updates.clear();
+  site.Build(Root(second), -1, 0);
+  EXPECT_TRUE(port.Clears.empty());
+  EXPECT_EQ(port.Updates.size(), 2u);
+  EXPECT_TRUE(site.GetUpdatedPages().empty());
+}
+
+TEST(SiteCarousel, TwoUpdatesOfAPageWithinOneSecondGiveOneBuildAndOneUpdate) {
+  PackageScope scope;
+  TempDir folder;
+  folder.Write("a.html", "a");
+  RecordingPort port;
+  CZOLServerSite site(1, nullptr);
+  site.PortAdd(&port);
+  site.Build(Root(folder), -1, 1);
+  COutputPage* page = site.GetPages().at(8);
+  // Keep the carousel's own repeat out of the count.
+  while (page->GetRepeatCountdown() == 0) page->ShouldRepeat();
+  const BYTE version = page->GetSequenceLow();
+  port.Updates.clear();
+
+  page->NotifyPageUpdated();
+  page->NotifyPageUpdated();
+  EXPECT_EQ(site.GetUpdatedPages().size(), 1u);
+  site.OnTimerEvent();
+  EXPECT_EQ(page->GetSequenceLow(), static_cast<BYTE>(version + 1));
+  EXPECT_EQ(port.Updates, std::vector<DWORD>{page->GetPageKey()});
+}
+
+TEST(SiteCarousel, APageGoesOutAgainEveryRepeatSeconds) {
+  PackageScope scope;
+  TempDir folder;
+  folder.Write("a.css", "a");  // repeat 20
+  RecordingPort port;
+  CZOLServerSite site(1, nullptr);
+  site.PortAdd(&port);
+  site.Build(Root(folder), -1, 1);
+  port.Updates.clear();
+  for (int second = 0; second < 60; ++second) site.OnTimerEvent();
+  // The first tick sends the version the build made; page 8 with repeat 20 then falls
+  // due at seconds 8, 28 and 48.
+  EXPECT_EQ(port.Updates.size(), 4u);
+}
+
+TEST(SiteBuild, MissingDirectoryGivesNoPagesAndNoError) {
+  PackageScope scope;
+  CZOLServerSite site(1, nullptr);
+  EXPECT_NO_THROW(site.Build("/nonexistent-zol-site/", -1, 1));
+  EXPECT_TRUE(site.GetPages().empty());
+  EXPECT_EQ(site.GetParameter("pagecount"), "0");
+}
+
+TEST(SiteSizes, BandwidthSumsCompressedSizeOverRepeat) {
+  PackageScope scope;
+  TempDir folder;
+  folder.Write("a.html", std::string(5000, 'x'));
+  CZOLServerSite site(1, nullptr);
+  site.Build(Root(folder), -1, 1);
+  const COutputPage* page = site.GetPages().at(8);
+  EXPECT_EQ(site.GetOriginalSize(), page->GetPlainSize());
+  EXPECT_EQ(site.GetCompressedSize(), page->GetCompressedSize());
+  EXPECT_DOUBLE_EQ(site.GetBandwidth(), (page->GetCompressedSize() / 30) * 10.0 / 8.0);
+  EXPECT_DOUBLE_EQ(site.GetMaxDataRate(), 0.0);
+}
+
+TEST(SiteTime, TimeStringHasThreeBlanksBetweenDateAndTime) {
+  const std::string text = CZOLServerSite::GetTimeString(0, 1, 1);
+  EXPECT_EQ(text, "01-01-1970   00:00");
+  EXPECT_EQ(CZOLServerSite::GetTimeString(3600 * 13 + 60 * 5, 0, 1), "13:05");
+}
