@@ -104,8 +104,10 @@ BOOL CZOLTCPIPServer::StartListen() {
     InfoLine2 = "IP: " + platform::DottedAddress(package != nullptr ? package->LocalAddress : 0);
     ListenSocket = platform::OpenTcpSocket();
     if (ListenSocket < 0) return FALSE;
-    platform::BindAnyAddress(ListenSocket, static_cast<std::uint16_t>(Port));  // a failure shows at listen
-    if (!platform::Listen(ListenSocket, kListenBacklog)) {
+    // A failed bind is a failed listen: listening on an unbound socket would pick some
+    // other port by itself.
+    const bool bound = platform::BindAnyAddress(ListenSocket, static_cast<std::uint16_t>(Port));
+    if (!bound || !platform::Listen(ListenSocket, kListenBacklog)) {
       platform::ShutdownDrainClose(ListenSocket);
       ListenSocket = -1;
       return FALSE;
@@ -157,8 +159,11 @@ void CZOLTCPIPServer::Run() {
     while (Listening.load() != 0) {
       writers.clear();
       writerClients.clear();
+      // Only clients with something queued are written to, so they make the write set;
+      // the surplus over its limit waits for a later pass.
       for (CZOLTCPIPSocket* client : Clients) {
         if (writers.size() >= kMaxWriters) break;
+        if (client->GetQueuedBytes() == 0) continue;
         writers.push_back(client->GetHandle());
         writerClients.push_back(client);
       }
