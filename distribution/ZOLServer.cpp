@@ -2,6 +2,10 @@
 
 #include <clocale>
 
+#include "distribution/MulticastServer.h"
+#include "distribution/OutputPort.h"
+#include "distribution/SerialPort.h"
+#include "distribution/TCPIPServer.h"
 #include "frame/Clock.h"
 #include "frame/IniFile.h"
 #include "frame/KVTException.h"
@@ -24,6 +28,11 @@ CZOLServer::CZOLServer() {
 }
 
 CZOLServer::~CZOLServer() {
+  // Each port stops its thread in its destructor.
+  for (auto& entry : Ports) delete entry.second;
+  Ports.clear();
+  for (CZOLOutputPort* port : DisplacedPorts) delete port;
+  DisplacedPorts.clear();
   delete Comm;
   Comm = nullptr;
 }
@@ -41,6 +50,20 @@ void CZOLServer::LoadSettings() {
     ini.Read("communication", "packetdelay", value, 1);
     if (value > 0) PacketDelay = static_cast<DWORD>(value);
     ini.Read("communication", "testpagesize", TestPageSize, 0);
+
+    int portCount = 0;
+    ini.Read("ports", "count", portCount, 0);
+    for (int i = 0; i < portCount; ++i) {
+      const std::string key = "port" + std::to_string(i);
+      int type = 0;
+      ini.Read("ports", key, type, 0);
+      int id = -1;
+      ini.Read(key, "ID", id, -1);
+      CZOLOutputPort* port = PortAdd(type, static_cast<DWORD>(id));
+      if (port == nullptr) continue;  // a type that names no port
+      port->LoadSettings(ini, key);
+      port->Start();
+    }
   });
 }
 
@@ -72,6 +95,7 @@ void CZOLServer::OnTimer() {
     if (second == LastWholeSecond) return;
     LastWholeSecond = second;
     ++BeatCount;
+    for (auto& entry : Ports) entry.second->DetermineDataRate();
   });
 }
 
@@ -85,4 +109,38 @@ void CZOLServer::OnDisconnect() {
 
 void CZOLServer::SetTestPageSize(DWORD size) {
   Guarded("CZOLServer::SetTestPageSize()", [&] { TestPageSize = size; });
+}
+
+CZOLOutputPort* CZOLServer::PortAdd(int type, DWORD id) {
+  return Guarded("CZOLServer::PortAdd()", [&]() -> CZOLOutputPort* {
+    if (id == 0xFFFFFFFF) id = NextPortID;
+    CZOLOutputPort* port = nullptr;
+    switch (type) {
+      case 1: port = new CZOLSerialPort(id); break;
+      case 2: port = new CZOLTCPIPServer(id); break;
+      case 3: port = new CZOLMulticastServer(id); break;
+      default: return nullptr;
+    }
+    CZOLOutputPort*& slot = Ports[id];
+    if (slot != nullptr) DisplacedPorts.push_back(slot);
+    slot = port;
+    if (NextPortID <= id) NextPortID = id + 1;
+    return port;
+  });
+}
+
+int CZOLServer::PortDelete(DWORD id) {
+  return Guarded("CZOLServer::PortDelete()", [&] {
+    auto found = Ports.find(id);
+    if (found == Ports.end() || found->second == nullptr) return 0;
+    // The sites forget the port before it goes (added with the sites).
+    delete found->second;
+    Ports.erase(found);
+    return 1;
+  });
+}
+
+CZOLOutputPort* CZOLServer::GetPort(DWORD id) const {
+  auto found = Ports.find(id);
+  return found == Ports.end() ? nullptr : found->second;
 }

@@ -10,6 +10,7 @@
 #include "views/RMComm.h"
 
 class CIniFile;
+class CZOLOutputPort;
 
 // Values that hold for every site and port; set only while loading the settings.
 extern DWORD PacketSize;
@@ -31,6 +32,14 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
   void LoadSettings();
   void SetTestPageSize(DWORD size);
 
+  // A new port of type 1 (serial), 2 (TCP) or 3 (multicast) under `id`, or under the
+  // next free number for 0xFFFFFFFF. An unknown type makes nothing and returns null.
+  CZOLOutputPort* PortAdd(int type, DWORD id);
+  // Stops and deletes the port; 1 when it existed.
+  int PortDelete(DWORD id);
+  const std::map<DWORD, CZOLOutputPort*>& GetPorts() const { return Ports; }
+  CZOLOutputPort* GetPort(DWORD id) const;
+
   CRMComm* GetComm() const { return Comm; }
   DWORD GetNextPortID() const { return NextPortID; }
   DWORD GetTestPageSize() const { return TestPageSize; }
@@ -45,4 +54,8 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
   KVTTIME LastWholeSecond = 0;
   DWORD TestPageSize = 0;
   DWORD BeatCount = 0;
+  // Owned; ordered by ID.
+  std::map<DWORD, CZOLOutputPort*> Ports;
+  // Ports whose ID was given again: out of the map, still alive, freed at teardown.
+  std::vector<CZOLOutputPort*> DisplacedPorts;
 };

@@ -1,0 +1,101 @@
+// The base of everything that sends: a queue of packet copies sorted by key, a sending
+// thread, and byte counters that yield a data rate.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <semaphore>
+#include <string>
+#include <thread>
+
+#include "distribution/OutputPage.h"
+#include "frame/Types.h"
+
+class CIniFile;
+
+class CZOLOutputPort {
+ public:
+  explicit CZOLOutputPort(DWORD id);
+  CZOLOutputPort(const CZOLOutputPort&) = delete;
+  CZOLOutputPort& operator=(const CZOLOutputPort&) = delete;
+  // Frees the queue. A subclass stops its thread in its own destructor.
+  virtual ~CZOLOutputPort();
+
+  virtual void LoadSettings(CIniFile& ini, const std::string& section) = 0;
+  virtual void SaveSettings(CIniFile& ini, const std::string& section) = 0;
+  virtual void Start() = 0;
+  // Lowers the flag, waits for the thread, empties the queue and clears the counters.
+  virtual void Stop();
+  // The sending loop: bursts of PacketsPerBurst packets, PacketDelay milliseconds apart.
+  virtual void Run();
+  // Copies a page's packets into the queue, unless a version of it still waits there.
+  virtual void UpdatePage(DWORD key, BYTE sequence, const PacketBlocks& packets);
+  // Drops the queued packets of one site.
+  virtual void ClearAllPackets(DWORD siteNumber);
+  // Bits per second over the last ten calls; called once a second.
+  virtual void DetermineDataRate();
+  virtual void SendPacket(const BYTE* packet) = 0;
+
+  // The packet with the lowest key, or null; the caller frees it with delete[].
+  BYTE* PopPacket();
+  void Clear();
+  // Hands a composed line to the host's log.
+  void WriteLog(const std::string& line);
+
+  DWORD GetID() const { return ID; }
+  const std::string& GetTypeName() const { return TypeName; }
+  const std::string& GetInfoLine1() const { return InfoLine1; }
+  const std::string& GetInfoLine2() const { return InfoLine2; }
+  int IsRunning() const { return Running.load(); }
+  DWORD GetType() const { return Type; }
+  int GetSentBytes() const { return SentBytes.load(); }
+  int GetQueuedBytes() const { return QueuedBytes.load(); }
+  int GetPacketsPerBurst() const { return PacketsPerBurst; }
+  long long GetTotalBytes() const { return TotalBytes; }
+  DWORD GetDataRate() const { return DataRate; }
+  int GetSampleIndex() const { return SampleIndex; }
+  // Snapshots of the maps, taken under the queue lock.
+  std::map<DWORD, BYTE> GetInQueue();
+  std::map<DWORD, BYTE> GetPageSequences();
+  std::size_t GetQueueLength();
+
+ protected:
+  struct Sample {
+    int Bytes = 0;
+    KVTTIME Time = 0;
+  };
+
+  // Starts the sending thread on Run.
+  void StartThread();
+  // Waits until a thread that ended by itself is gone.
+  void JoinThread();
+  // The pause between two bursts; PacketDelay milliseconds.
+  virtual void PauseBetweenBursts();
+  // After one packet went (or was tried): the queue counter falls, the sent one grows.
+  void CountPacketSent();
+  // Frees every queued block and empties the maps.
+  void ClearQueue();
+
+  DWORD ID = 0;
+  std::string TypeName;
+  std::string InfoLine1;
+  std::string InfoLine2;
+  std::atomic<int> Running{0};
+  int Handle = -1;
+  DWORD Type = 0;
+  std::atomic<int> SentBytes{0};
+  std::atomic<int> QueuedBytes{0};
+  int PacketsPerBurst = 1;
+  long long TotalBytes = 0;
+  std::array<Sample, 10> Samples{};
+  int SampleIndex = 0;
+  DWORD DataRate = 0;
+  std::counting_semaphore<100000> StopSemaphore{0};
+  std::mutex QueueMutex;
+  std::map<DWORD, BYTE*> Queue;
+  std::map<DWORD, BYTE> InQueue;
+  std::map<DWORD, BYTE> PageSequences;
+  std::thread Thread;
+};

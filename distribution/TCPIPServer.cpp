@@ -1,0 +1,255 @@
+#include "distribution/TCPIPServer.h"
+
+#include <cstdio>
+
+#include "distribution/ZOLServer.h"
+#include "frame/IniFile.h"
+#include "frame/KVTException.h"
+#include "frame/Package.h"
+#include "frame/platform/Sockets.h"
+#include "frame/platform/Time.h"
+
+namespace {
+
+std::string Format(const char* format, auto... values) {
+  char text[256];
+  std::snprintf(text, sizeof text, format, values...);
+  return text;
+}
+
+}  // namespace
+
+// ---- CZOLTCPIPSocket ----------------------------------------------------------------
+
+CZOLTCPIPSocket::CZOLTCPIPSocket(DWORD id, int socket, DWORD address) : CZOLOutputPort(id), Address(address) {
+  TypeName = "TCP/IP";
+  Handle = socket;
+  PacketsPerBurst = 1;
+  Running.store(1);
+}
+
+CZOLTCPIPSocket::~CZOLTCPIPSocket() {
+  Running.store(0);
+  CZOLOutputPort::Stop();
+  WriteLog(Format("Closing and removing socket (Handle = 0x04%X).", static_cast<unsigned>(Handle)));
+  platform::ShutdownDrainClose(Handle);
+  Handle = -1;
+}
+
+void CZOLTCPIPSocket::LoadSettings(CIniFile& ini, const std::string& section) { (void)ini, (void)section; }
+void CZOLTCPIPSocket::SaveSettings(CIniFile& ini, const std::string& section) { (void)ini, (void)section; }
+void CZOLTCPIPSocket::SendPacket(const BYTE* packet) { (void)packet; }
+
+void CZOLTCPIPSocket::Send(const BYTE* buffer, std::size_t length) {
+  while (length > 0) {
+    const std::size_t part = length < 4096 ? length : 4096;
+    const long sent = platform::SendSome(Handle, buffer, part);
+    if (sent < 0) ThrowKVT("send");
+    buffer += sent;
+    length -= static_cast<std::size_t>(sent);
+  }
+}
+
+void CZOLTCPIPSocket::Write() {
+  Guarded("CZOLTCPIPSocket::Write()", [&] {
+    for (;;) {
+      if (!platform::WaitWritable(Handle, 0)) break;
+      BYTE* packet = PopPacket();
+      if (packet == nullptr) break;
+      try {
+        Send(packet, PacketSize);
+      } catch (CKVTException* e) {
+        delete e;
+        Connected.store(0);
+        Running.store(0);
+        WriteLog(Format("Send failed (Handle = 0x%x).", static_cast<unsigned>(Handle)));
+      } catch (...) {
+        Connected.store(0);
+        Running.store(0);
+        WriteLog(Format("Send failed (Handle = 0x%x).", static_cast<unsigned>(Handle)));
+      }
+      delete[] packet;
+      CountPacketSent();
+    }
+  });
+}
+
+// ---- CZOLTCPIPServer ----------------------------------------------------------------
+
+CZOLTCPIPServer::CZOLTCPIPServer(DWORD id) : CZOLOutputPort(id) {
+  TypeName = "Network [unicast]";
+  Type = 2;
+}
+
+CZOLTCPIPServer::~CZOLTCPIPServer() {
+  Stop();
+  JoinThread();
+}
+
+void CZOLTCPIPServer::LoadSettings(CIniFile& ini, const std::string& section) {
+  Guarded("CZOLTCPIPServer::LoadSettings()", [&] { ini.Read(section, "port", Port, 51000); });
+}
+
+void CZOLTCPIPServer::SaveSettings(CIniFile& ini, const std::string& section) {
+  Guarded("CZOLTCPIPServer::SaveSettings()", [&] {
+    ini.Write(section, "ID", ID);
+    ini.Write(section, "port", Port);
+  });
+}
+
+BOOL CZOLTCPIPServer::StartListen() {
+  return Guarded("CZOLTCPIPServer::StartListen()", [&]() -> BOOL {
+    InfoLine1 = Format("Port: %d", static_cast<int>(Port));
+    const CPackage* package = GetPackage();
+    InfoLine2 = "IP: " + platform::DottedAddress(package != nullptr ? package->LocalAddress : 0);
+    ListenSocket = platform::OpenTcpSocket();
+    if (ListenSocket < 0) return FALSE;
+    platform::BindAnyAddress(ListenSocket, static_cast<std::uint16_t>(Port));  // a failure shows at listen
+    if (!platform::Listen(ListenSocket, kListenBacklog)) {
+      platform::ShutdownDrainClose(ListenSocket);
+      ListenSocket = -1;
+      return FALSE;
+    }
+    return TRUE;
+  });
+}
+
+void CZOLTCPIPServer::StopListen() {
+  Guarded("CZOLTCPIPServer::StopListen()", [&] {
+    platform::ShutdownDrainClose(ListenSocket);
+    ListenSocket = -1;
+  });
+}
+
+void CZOLTCPIPServer::Start() {
+  Guarded("CZOLTCPIPServer::Start()", [&] {
+    WriteLog(Format("Starting TCP/IP server (Port %d).", static_cast<int>(Port)));
+    // Listening goes up before the thread starts, so that a Stop that follows at once
+    // waits for the thread.
+    Listening.store(1);
+    StartThread();
+  });
+}
+
+void CZOLTCPIPServer::Stop() {
+  Guarded("CZOLTCPIPServer::Stop()", [&] {
+    int listening = 1;
+    if (!Listening.compare_exchange_strong(listening, 0)) return;
+    ThreadEnded.acquire();
+    JoinThread();
+    WriteLog("Stopping TCP/IP server.");
+  });
+}
+
+void CZOLTCPIPServer::Run() {
+  Guarded("CZOLTCPIPServer::Run()", [&] {
+    if (!StartListen()) {
+      // The port stays not running. Only a Stop that is already waiting gets a release.
+      Running.store(0);
+      int listening = 1;
+      if (!Listening.compare_exchange_strong(listening, 0)) ThreadEnded.release();
+      return;
+    }
+    Running.store(1);
+    std::vector<int> writers;
+    std::vector<CZOLTCPIPSocket*> writerClients;
+    std::vector<bool> writable;
+    while (Listening.load() != 0) {
+      writers.clear();
+      writerClients.clear();
+      for (CZOLTCPIPSocket* client : Clients) {
+        if (writers.size() >= kMaxWriters) break;
+        writers.push_back(client->GetHandle());
+        writerClients.push_back(client);
+      }
+      bool listenReadable = false;
+      const int ready =
+          platform::WaitListenAndWriters(ListenSocket, writers, kPassLimitMicroseconds, listenReadable, writable);
+      if (ready < 0) break;
+      if (ready == 0) continue;
+      if (listenReadable) AcceptConnection();
+      for (std::size_t i = 0; i < Clients.size();) {
+        CZOLTCPIPSocket* client = Clients[i];
+        bool inWriteSet = false;
+        for (std::size_t w = 0; w < writerClients.size(); ++w) {
+          if (writerClients[w] == client) {
+            inWriteSet = writable[w];
+            break;
+          }
+        }
+        if (client->GetQueuedBytes() == 0 || !inWriteSet) {
+          ++i;
+          continue;
+        }
+        client->Write();
+        if (client->IsConnected() == 0) {
+          {
+            std::lock_guard<std::mutex> lock(ClientsMutex);
+            Clients.erase(Clients.begin() + static_cast<std::ptrdiff_t>(i));
+          }
+          delete client;
+          continue;  // the element that moved up comes next
+        }
+        ++i;
+      }
+      platform::SleepMilliseconds(1);
+    }
+    std::vector<CZOLTCPIPSocket*> leaving;
+    {
+      std::lock_guard<std::mutex> lock(ClientsMutex);
+      leaving.swap(Clients);
+    }
+    for (CZOLTCPIPSocket* client : leaving) delete client;
+    StopListen();
+    Running.store(0);
+    ThreadEnded.release();
+  });
+}
+
+void CZOLTCPIPServer::AcceptConnection() {
+  Guarded("CZOLTCPIPServer::AcceptConnection()", [&] {
+    std::uint32_t address = 0;
+    const int socket = platform::AcceptConnection(ListenSocket, address);
+    if (socket < 0) return;
+    WriteLog(Format("Accepting Connection (Handle = 0x%x, IP = %s).", static_cast<unsigned>(socket),
+                    platform::DottedAddress(address).c_str()));
+    platform::SetKeepAlive(socket, false);
+    platform::SetLinger(socket, true, 1);
+    auto* client = new CZOLTCPIPSocket(ID, socket, address);
+    std::lock_guard<std::mutex> lock(ClientsMutex);
+    Clients.push_back(client);
+  });
+}
+
+void CZOLTCPIPServer::UpdatePage(DWORD key, BYTE sequence, const PacketBlocks& packets) {
+  Guarded("CZOLTCPIPServer::UpdatePage()", [&] {
+    std::lock_guard<std::mutex> lock(ClientsMutex);
+    for (CZOLTCPIPSocket* client : Clients) client->UpdatePage(key, sequence, packets);
+  });
+}
+
+void CZOLTCPIPServer::ClearAllPackets(DWORD siteNumber) {
+  Guarded("CZOLTCPIPServer::ClearAllPackets()", [&] {
+    std::lock_guard<std::mutex> lock(ClientsMutex);
+    for (CZOLTCPIPSocket* client : Clients) client->ClearAllPackets(siteNumber);
+  });
+}
+
+void CZOLTCPIPServer::DetermineDataRate() {
+  Guarded("CZOLTCPIPServer::DetermineDataRate()", [&] {
+    std::lock_guard<std::mutex> lock(ClientsMutex);
+    for (CZOLTCPIPSocket* client : Clients) client->DetermineDataRate();
+  });
+}
+
+std::size_t CZOLTCPIPServer::GetClientCount() {
+  std::lock_guard<std::mutex> lock(ClientsMutex);
+  return Clients.size();
+}
+
+DWORD CZOLTCPIPServer::GetClientsDataRate() {
+  std::lock_guard<std::mutex> lock(ClientsMutex);
+  DWORD sum = 0;
+  for (CZOLTCPIPSocket* client : Clients) sum += client->GetDataRate();
+  return sum;
+}

@@ -1,0 +1,76 @@
+// The TCP port: one thread serves the listening socket and every connected client; each
+// client is a small port of its own with a private queue, written as fast as its socket
+// takes data.
+#pragma once
+
+#include <mutex>
+#include <semaphore>
+#include <vector>
+
+#include "distribution/OutputPort.h"
+
+class CZOLTCPIPSocket : public CZOLOutputPort {
+ public:
+  CZOLTCPIPSocket(DWORD id, int socket, DWORD address);
+  // Empties the queue and closes the connection.
+  ~CZOLTCPIPSocket() override;
+
+  void LoadSettings(CIniFile& ini, const std::string& section) override;
+  void SaveSettings(CIniFile& ini, const std::string& section) override;
+  void Start() override {}
+  void SendPacket(const BYTE* packet) override;
+
+  // Sends queued packets while the socket takes data.
+  void Write();
+  // Sends all bytes; throws when the socket fails.
+  void Send(const BYTE* buffer, std::size_t length);
+
+  int IsConnected() const { return Connected.load(); }
+  DWORD GetAddress() const { return Address; }
+  int GetHandle() const { return Handle; }
+
+ private:
+  std::atomic<int> Connected{1};
+  DWORD Address = 0;
+};
+
+class CZOLTCPIPServer : public CZOLOutputPort {
+ public:
+  static constexpr int kListenBacklog = 10;
+  static constexpr std::size_t kMaxWriters = 64;
+  static constexpr long kPassLimitMicroseconds = 500;
+
+  explicit CZOLTCPIPServer(DWORD id);
+  ~CZOLTCPIPServer() override;
+
+  void LoadSettings(CIniFile& ini, const std::string& section) override;
+  void SaveSettings(CIniFile& ini, const std::string& section) override;
+  // Starts the thread; returns at once, whether or not the listen will work.
+  void Start() override;
+  void Stop() override;
+  void Run() override;
+  void UpdatePage(DWORD key, BYTE sequence, const PacketBlocks& packets) override;
+  void ClearAllPackets(DWORD siteNumber) override;
+  void DetermineDataRate() override;
+  void SendPacket(const BYTE* packet) override { (void)packet; }
+
+  BOOL StartListen();
+  void StopListen();
+  void AcceptConnection();
+
+  DWORD GetPort() const { return Port; }
+  void SetPort(DWORD port) { Port = port; }
+  int IsListening() const { return Listening.load(); }
+  std::size_t GetClientCount();
+  // Sum of the clients' rates and queued bytes, for the overview.
+  DWORD GetClientsDataRate();
+
+ private:
+  DWORD Port = 51000;
+  std::atomic<int> Listening{0};
+  int ListenSocket = -1;
+  std::vector<CZOLTCPIPSocket*> Clients;
+  std::counting_semaphore<100000> ThreadEnded{0};
+  // Guards every change and every walk of Clients that another thread may meet.
+  std::mutex ClientsMutex;
+};

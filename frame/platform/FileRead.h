@@ -1,0 +1,15 @@
+// Reading a whole file at the file-system border; the path may use "\\" separators.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "frame/Types.h"
+
+namespace platform {
+
+// Reads the file into `data`. False when it cannot be opened (`data` unchanged). An
+// empty file returns true and leaves `data` as it was.
+bool ReadWholeFile(const std::string& path, std::vector<BYTE>& data);
+
+}  // namespace platform

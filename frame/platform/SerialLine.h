@@ -1,0 +1,42 @@
+// Serial lines behind small functions named for their role. The sending port opens a
+// device for writing, sets it raw, drops what the driver still holds before each
+// packet and writes; a receiving client opens one for reading. Devices are plain ints;
+// -1 means none. Tests use a pseudo-terminal in place of a device.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace platform {
+
+inline constexpr int kNoDevice = -1;
+
+enum class SerialOpenResult { Opened, NotPresent, InUse };
+
+// Opens an existing device, without making it the controlling terminal.
+int OpenSerialForWriting(const std::string& device);
+int OpenSerialForReading(const std::string& device);
+int OpenSerialForReadWrite(const std::string& device, SerialOpenResult& result);
+
+// Raw mode, `baudRate` both ways, data bits, parity (index: 0 none, 1 even, 2 odd,
+// 3 mark, 4 space), stop bits (index: 0 one, 1 one and a half, 2 two), no flow
+// control of any kind. False when the driver refuses a value; a rate without a
+// termios constant is refused.
+bool ConfigureSerialLine(int device, std::uint32_t baudRate, int parityIndex, int dataBits, int stopBitsIndex);
+// The output baud rate the line is set to, 0 when unknown.
+std::uint32_t SerialBaudRate(int device);
+// Drops whatever the driver still holds for sending.
+void PurgeSerialOutput(int device);
+// One write call; -1 on error.
+long WriteSerial(int device, const void* data, std::size_t length);
+// Waits up to `timeoutMilliseconds` for data, then one read call; 0 when none came,
+// -1 on error.
+long ReadSerial(int device, void* data, std::size_t length, int timeoutMilliseconds);
+void CloseSerial(int device);
+
+// A pseudo-terminal pair in raw mode: the module writes to the device named
+// `deviceName`, the test reads from `controller`.
+bool OpenPseudoTerminal(int& controller, int& device, std::string& deviceName);
+
+}  // namespace platform

@@ -1,0 +1,248 @@
+#include "frame/platform/Sockets.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+
+namespace platform {
+
+namespace {
+
+timespec MicrosecondsToTimespec(long microseconds) {
+  if (microseconds < 0) microseconds = 0;
+  timespec limit{};
+  limit.tv_sec = microseconds / 1000000;
+  limit.tv_nsec = (microseconds % 1000000) * 1000;
+  return limit;
+}
+
+bool WaitFor(int socket, short events, long timeoutMicroseconds) {
+  pollfd entry{};
+  entry.fd = socket;
+  entry.events = events;
+  timespec limit = MicrosecondsToTimespec(timeoutMicroseconds);
+  int result;
+  do {
+    result = ppoll(&entry, 1, &limit, nullptr);
+  } while (result < 0 && errno == EINTR);
+  return result == 1 && (entry.revents & (events | POLLERR | POLLHUP)) != 0;
+}
+
+bool MakeAddress(const std::string& text, std::uint16_t port, sockaddr_in& address) {
+  address = sockaddr_in{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  return inet_pton(AF_INET, text.c_str(), &address.sin_addr) == 1;
+}
+
+}  // namespace
+
+std::string DottedAddress(std::uint32_t networkOrderAddress) {
+  in_addr address{};
+  address.s_addr = networkOrderAddress;
+  char text[INET_ADDRSTRLEN] = {0};
+  inet_ntop(AF_INET, &address, text, sizeof text);
+  return text;
+}
+
+bool ParseDottedAddress(const std::string& text, std::uint32_t& networkOrderAddress) {
+  in_addr address{};
+  if (inet_pton(AF_INET, text.c_str(), &address) != 1) return false;
+  networkOrderAddress = address.s_addr;
+  return true;
+}
+
+bool IsMulticastAddress(const std::string& text) {
+  std::uint32_t address = 0;
+  if (!ParseDottedAddress(text, address)) return false;
+  return IN_MULTICAST(ntohl(address));
+}
+
+void CloseSocket(int socket) {
+  if (socket >= 0) close(socket);
+}
+
+void ShutdownDrainClose(int socket) {
+  if (socket < 0) return;
+  shutdown(socket, SHUT_RDWR);
+  char byte = 0;
+  while (recv(socket, &byte, 1, MSG_DONTWAIT) > 0) {
+  }
+  close(socket);
+}
+
+std::uint16_t LocalPort(int socket) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  if (getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length) != 0) return 0;
+  return ntohs(address.sin_port);
+}
+
+bool WaitWritable(int socket, long timeoutMicroseconds) { return WaitFor(socket, POLLOUT, timeoutMicroseconds); }
+
+bool WaitReadable(int socket, long timeoutMicroseconds) { return WaitFor(socket, POLLIN, timeoutMicroseconds); }
+
+long SendSome(int socket, const void* data, std::size_t length) {
+  ssize_t sent;
+  do {
+    sent = send(socket, data, length, MSG_NOSIGNAL);
+  } while (sent < 0 && errno == EINTR);
+  return static_cast<long>(sent);
+}
+
+long ReceiveSome(int socket, void* data, std::size_t length) {
+  ssize_t got;
+  do {
+    got = recv(socket, data, length, 0);
+  } while (got < 0 && errno == EINTR);
+  return static_cast<long>(got);
+}
+
+int OpenTcpSocket() { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); }
+
+bool BindAnyAddress(int socket, std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  return bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+}
+
+bool Listen(int socket, int backlog) { return listen(socket, backlog) == 0; }
+
+int AcceptConnection(int listenSocket, std::uint32_t& peerAddress) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  const int client = accept4(listenSocket, reinterpret_cast<sockaddr*>(&address), &length, SOCK_CLOEXEC);
+  if (client < 0) return kNoSocket;
+  peerAddress = address.sin_addr.s_addr;
+  return client;
+}
+
+bool SetKeepAlive(int socket, bool on) {
+  const int value = on ? 1 : 0;
+  return setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &value, sizeof value) == 0;
+}
+
+bool SetLinger(int socket, bool on, int seconds) {
+  linger value{};
+  value.l_onoff = on ? 1 : 0;
+  value.l_linger = seconds;
+  return setsockopt(socket, SOL_SOCKET, SO_LINGER, &value, sizeof value) == 0;
+}
+
+std::uint16_t FindFreeTcpPort() {
+  const int probe = OpenTcpSocket();
+  if (probe < 0) return 0;
+  sockaddr_in address{};
+  MakeAddress("127.0.0.1", 0, address);
+  std::uint16_t port = 0;
+  if (bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) port = LocalPort(probe);
+  close(probe);
+  return port;
+}
+
+int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long timeoutMicroseconds,
+                         bool& listenReadable, std::vector<bool>& writable) {
+  std::vector<pollfd> entries(writers.size() + 1);
+  entries[0].fd = listenSocket;
+  entries[0].events = POLLIN;
+  for (std::size_t i = 0; i < writers.size(); ++i) {
+    entries[i + 1].fd = writers[i];
+    entries[i + 1].events = POLLOUT;
+  }
+  timespec limit = MicrosecondsToTimespec(timeoutMicroseconds);
+  int result;
+  do {
+    result = ppoll(entries.data(), entries.size(), &limit, nullptr);
+  } while (result < 0 && errno == EINTR);
+  listenReadable = false;
+  writable.assign(writers.size(), false);
+  if (result <= 0) return result;
+  if ((entries[0].revents & POLLNVAL) != 0) return -1;
+  listenReadable = (entries[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0;
+  // A socket with an error or a hung-up peer counts as writable: the send then fails.
+  for (std::size_t i = 0; i < writers.size(); ++i) {
+    writable[i] = (entries[i + 1].revents & (POLLOUT | POLLERR | POLLHUP)) != 0;
+  }
+  return result;
+}
+
+int TcpConnect(const std::string& host, std::uint16_t port) {
+  sockaddr_in address{};
+  if (!MakeAddress(host, port, address)) return kNoSocket;
+  const int s = OpenTcpSocket();
+  if (s < 0) return kNoSocket;
+  int result;
+  do {
+    result = connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  } while (result < 0 && errno == EINTR);
+  if (result != 0) {
+    close(s);
+    return kNoSocket;
+  }
+  return s;
+}
+
+int OpenUdpSocket() { return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); }
+
+bool JoinMulticastGroup(int socket, const std::string& group, const std::string& interfaceAddress) {
+  ip_mreq request{};
+  if (inet_pton(AF_INET, group.c_str(), &request.imr_multiaddr) != 1) return false;
+  if (interfaceAddress.empty()) {
+    request.imr_interface.s_addr = htonl(INADDR_ANY);
+  } else if (inet_pton(AF_INET, interfaceAddress.c_str(), &request.imr_interface) != 1) {
+    return false;
+  }
+  return setsockopt(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request) == 0;
+}
+
+bool SetMulticastTtl(int socket, int ttl) {
+  const unsigned char value = static_cast<unsigned char>(ttl);
+  return setsockopt(socket, IPPROTO_IP, IP_MULTICAST_TTL, &value, sizeof value) == 0;
+}
+
+bool SetMulticastLoopback(int socket, bool on) {
+  const unsigned char value = on ? 1 : 0;
+  return setsockopt(socket, IPPROTO_IP, IP_MULTICAST_LOOP, &value, sizeof value) == 0;
+}
+
+long SendDatagram(int socket, const void* data, std::size_t length, const std::string& address,
+                  std::uint16_t port) {
+  sockaddr_in target{};
+  if (!MakeAddress(address, port, target)) return -1;
+  return static_cast<long>(
+      sendto(socket, data, length, MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&target), sizeof target));
+}
+
+int OpenMulticastReceiver(const std::string& group, std::uint16_t port, const std::string& interfaceAddress) {
+  const int s = OpenUdpSocket();
+  if (s < 0) return kNoSocket;
+  const int reuse = 1;
+  setsockopt(s, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  if (bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+      !JoinMulticastGroup(s, group, interfaceAddress)) {
+    close(s);
+    return kNoSocket;
+  }
+  return s;
+}
+
+long ReceiveDatagram(int socket, void* data, std::size_t length) {
+  ssize_t got;
+  do {
+    got = recvfrom(socket, data, length, 0, nullptr, nullptr);
+  } while (got < 0 && errno == EINTR);
+  return static_cast<long>(got);
+}
+
+}  // namespace platform

@@ -1,0 +1,79 @@
+// Sockets behind small functions named for their role: the sending ports use the TCP
+// listener, the write-readiness pass and the multicast sender; a receiving client uses
+// the TCP connect, the multicast receiver and the read helpers. Every socket is a plain
+// int; -1 means none.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+inline constexpr int kNoSocket = -1;
+
+// ---- addresses -------------------------------------------------------------------
+// Dotted text of an IPv4 address held in network byte order.
+std::string DottedAddress(std::uint32_t networkOrderAddress);
+// Network-byte-order address of dotted text; false when the text is no IPv4 address.
+bool ParseDottedAddress(const std::string& text, std::uint32_t& networkOrderAddress);
+// True for 224.0.0.0 to 239.255.255.255.
+bool IsMulticastAddress(const std::string& text);
+
+// ---- common ------------------------------------------------------------------------
+void CloseSocket(int socket);
+// Shuts both directions down, reads one byte at a time until the peer gives nothing
+// more (or an error), then closes: the orderly close of the sending ports.
+void ShutdownDrainClose(int socket);
+// The local port a socket is bound to, 0 when unknown.
+std::uint16_t LocalPort(int socket);
+// Waits up to `timeoutMicroseconds` for the socket to take data; 0 polls.
+bool WaitWritable(int socket, long timeoutMicroseconds);
+// Waits up to `timeoutMicroseconds` for data (or end of stream) on the socket.
+bool WaitReadable(int socket, long timeoutMicroseconds);
+// One send call of at most `length` bytes, never raising SIGPIPE; -1 on error.
+long SendSome(int socket, const void* data, std::size_t length);
+// One receive call; 0 at end of stream, -1 on error.
+long ReceiveSome(int socket, void* data, std::size_t length);
+
+// ---- TCP server ----------------------------------------------------------------------
+int OpenTcpSocket();
+// Binds to any local address at `port` (0: the system picks one).
+bool BindAnyAddress(int socket, std::uint16_t port);
+bool Listen(int socket, int backlog);
+// Accepts one connection; the peer's IPv4 address in network byte order. -1 on failure.
+int AcceptConnection(int listenSocket, std::uint32_t& peerAddress);
+bool SetKeepAlive(int socket, bool on);
+bool SetLinger(int socket, bool on, int seconds);
+// Reserves a TCP port on 127.0.0.1 that is free right now (for tests and demos): binds
+// port 0 and returns the number the system chose, 0 on failure. The socket is closed.
+std::uint16_t FindFreeTcpPort();
+
+// One pass of the server loop: waits up to `timeoutMicroseconds` until the listening
+// socket is readable or one of `writers` is writable. `writable[i]` tells about
+// writers[i]. Returns -1 on error, 0 when the time ran out, else the number of ready
+// sockets.
+int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long timeoutMicroseconds,
+                         bool& listenReadable, std::vector<bool>& writable);
+
+// ---- TCP client ----------------------------------------------------------------------
+// Connects to host (dotted IPv4 text) and port; -1 when that fails.
+int TcpConnect(const std::string& host, std::uint16_t port);
+
+// ---- UDP multicast -------------------------------------------------------------------
+int OpenUdpSocket();
+// Joins `group` on the interface with address `interfaceAddress` (empty: any).
+bool JoinMulticastGroup(int socket, const std::string& group, const std::string& interfaceAddress = "");
+bool SetMulticastTtl(int socket, int ttl);
+bool SetMulticastLoopback(int socket, bool on);
+// One datagram to address:port; -1 on error.
+long SendDatagram(int socket, const void* data, std::size_t length, const std::string& address,
+                  std::uint16_t port);
+// A socket that receives datagrams sent to group:port: address reuse, bound to the port,
+// group joined on the interface with address `interfaceAddress` (empty: any). -1 on failure.
+int OpenMulticastReceiver(const std::string& group, std::uint16_t port, const std::string& interfaceAddress = "");
+// One datagram into `data`; its length, or -1 on error.
+long ReceiveDatagram(int socket, void* data, std::size_t length);
+
+}  // namespace platform
