@@ -1,0 +1,223 @@
+#include "client/ClientOptions.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+
+#include "client/PacketScanner.h"
+#include "frame/KVTException.h"
+#include "frame/platform/Sockets.h"
+
+namespace zolclient {
+
+namespace {
+
+bool ParseUnsigned(const std::string& text, unsigned long long maximum, unsigned long long& value) {
+  if (text.empty() || text.size() > 20) return false;
+  for (char c : text) {
+    if (c < '0' || c > '9') return false;
+  }
+  errno = 0;
+  value = std::strtoull(text.c_str(), nullptr, 10);
+  return errno == 0 && value <= maximum;
+}
+
+bool ParseSeconds(const std::string& text, double& value) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  errno = 0;
+  value = std::strtod(text.c_str(), &end);
+  return errno == 0 && end != nullptr && *end == '\0' && std::isfinite(value) && value > 0 && value <= 1e7 &&
+         (text[0] >= '0' && text[0] <= '9');
+}
+
+bool ParseHostPort(const std::string& text, std::string& host, std::uint16_t& port) {
+  const std::size_t colon = text.rfind(':');
+  if (colon == std::string::npos || colon == 0) return false;
+  host = text.substr(0, colon);
+  unsigned long long number = 0;
+  if (!ParseUnsigned(text.substr(colon + 1), 65535, number) || number == 0) return false;
+  port = static_cast<std::uint16_t>(number);
+  return true;
+}
+
+bool ParseSource(const std::string& source, ClientOptions& options, std::string& error) {
+  options.Source = source;
+  if (source.rfind("tcp://", 0) == 0) {
+    options.Transport = TransportKind::Tcp;
+    if (!ParseHostPort(source.substr(6), options.Host, options.Port)) {
+      error = "bad source '" + source + "': expected tcp://HOST:PORT with a port from 1 to 65535";
+      return false;
+    }
+    return true;
+  }
+  if (source.rfind("udp://", 0) == 0) {
+    options.Transport = TransportKind::Udp;
+    std::uint32_t address = 0;
+    if (!ParseHostPort(source.substr(6), options.Host, options.Port) ||
+        !platform::ParseDottedAddress(options.Host, address)) {
+      error = "bad source '" + source + "': expected udp://GROUP:PORT with a dotted IPv4 group and a port";
+      return false;
+    }
+    return true;
+  }
+  if (source.rfind("serial:", 0) == 0) {
+    options.Transport = TransportKind::Serial;
+    std::string rest = source.substr(7);
+    const std::size_t question = rest.find('?');
+    options.Device = rest.substr(0, question);
+    if (options.Device.empty()) {
+      error = "bad source '" + source + "': expected serial:DEVICE[?baud=N]";
+      return false;
+    }
+    if (question != std::string::npos) {
+      const std::string query = rest.substr(question + 1);
+      unsigned long long baud = 0;
+      if (query.rfind("baud=", 0) != 0 || !ParseUnsigned(query.substr(5), 4000000, baud) || baud == 0) {
+        error = "bad source '" + source + "': the only setting is baud=N with a rate from 1 to 4000000";
+        return false;
+      }
+      options.BaudRate = static_cast<std::uint32_t>(baud);
+    }
+    return true;
+  }
+  error = "bad source '" + source + "': expected tcp://HOST:PORT, udp://GROUP:PORT or serial:DEVICE?baud=N";
+  return false;
+}
+
+}  // namespace
+
+std::string ClientUsage() {
+  return "Usage: zolclient SOURCE [options]\n"
+         "Receives the page carousel of a result distribution server, checks every packet,\n"
+         "rebuilds the pages and writes each new page version into a folder.\n"
+         "\n"
+         "SOURCE is one of:\n"
+         "  tcp://HOST:PORT          connect to the server's TCP port; when the connection is\n"
+         "                           lost or refused, try again after a pause (see stderr)\n"
+         "  udp://GROUP:PORT         receive datagrams sent to a multicast group (one packet each);\n"
+         "                           a non-multicast address just receives on PORT\n"
+         "  serial:DEVICE?baud=N     read a serial line, raw 8N1 (baud 115200 when not given)\n"
+         "\n"
+         "Options:\n"
+         "  --out DIR                write every page under DIR at its path and name; a page whose\n"
+         "                           path or name could leave DIR is refused and counted\n"
+         "                           (without --out pages are only listed)\n"
+         "  --stats                  print packet and page counts when the client ends\n"
+         "  --timeout S              stop after S seconds (decimals allowed)\n"
+         "  --until-complete N       stop once N distinct pages are complete; with --timeout,\n"
+         "                           exit status 1 when the time runs out first\n"
+         "  --packet-size N          packet size of the server, 16 to 128 (default 128)\n"
+         "  --interface NAME         udp only: join the group on this interface (name or address)\n"
+         "  --reconnect-pause S      tcp and serial: seconds between tries (default 1)\n"
+         "  -h, --help               show this text\n"
+         "\n"
+         "For each new page version one line goes to stdout:\n"
+         "  site S page P PATH/NAME SIZE bytes version HIGH.LOW\n"
+         "Exit status: 0 done, 1 a source that cannot be opened or a goal not reached in time,\n"
+         "2 a bad argument.\n";
+}
+
+bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions& options, std::string& error) {
+  return Guarded("ParseClientOptions()", [&] {
+    bool haveSource = false;
+    bool haveInterface = false;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+      std::string name = arguments[i];
+      std::string value;
+      bool hasInlineValue = false;
+      if (name.rfind("--", 0) == 0) {
+        const std::size_t equals = name.find('=');
+        if (equals != std::string::npos) {
+          value = name.substr(equals + 1);
+          name = name.substr(0, equals);
+          hasInlineValue = true;
+        }
+      }
+      const auto takeValue = [&]() {
+        if (hasInlineValue) return true;
+        if (i + 1 >= arguments.size()) {
+          error = "option " + name + " needs a value";
+          return false;
+        }
+        value = arguments[++i];
+        return true;
+      };
+      const auto noValue = [&]() {
+        if (!hasInlineValue) return true;
+        error = "option " + name + " takes no value";
+        return false;
+      };
+      unsigned long long number = 0;
+      if (name == "-h" || name == "--help") {
+        if (!noValue()) return false;
+        options.Help = true;
+      } else if (name == "--stats") {
+        if (!noValue()) return false;
+        options.Stats = true;
+      } else if (name == "--out") {
+        if (!takeValue()) return false;
+        if (value.empty()) {
+          error = "option --out needs a folder";
+          return false;
+        }
+        options.OutputFolder = value;
+      } else if (name == "--timeout") {
+        if (!takeValue()) return false;
+        if (!ParseSeconds(value, options.TimeoutSeconds)) {
+          error = "bad --timeout '" + value + "': expected a positive number of seconds";
+          return false;
+        }
+      } else if (name == "--reconnect-pause") {
+        if (!takeValue()) return false;
+        if (!ParseSeconds(value, options.ReconnectPauseSeconds)) {
+          error = "bad --reconnect-pause '" + value + "': expected a positive number of seconds";
+          return false;
+        }
+      } else if (name == "--until-complete") {
+        if (!takeValue()) return false;
+        if (!ParseUnsigned(value, 1u << 20, number) || number == 0) {
+          error = "bad --until-complete '" + value + "': expected a page count of at least 1";
+          return false;
+        }
+        options.UntilComplete = static_cast<std::size_t>(number);
+      } else if (name == "--packet-size") {
+        if (!takeValue()) return false;
+        if (!ParseUnsigned(value, kMaxPacketSize, number) || number < kMinPacketSize) {
+          error = "bad --packet-size '" + value + "': expected 16 to 128";
+          return false;
+        }
+        options.PacketSize = static_cast<std::size_t>(number);
+      } else if (name == "--interface") {
+        if (!takeValue()) return false;
+        if (value.empty()) {
+          error = "option --interface needs a name";
+          return false;
+        }
+        options.Interface = value;
+        haveInterface = true;
+      } else if (!name.empty() && name[0] == '-') {
+        error = "unknown option " + name;
+        return false;
+      } else if (haveSource) {
+        error = "more than one source given ('" + options.Source + "' and '" + name + "')";
+        return false;
+      } else {
+        if (!ParseSource(name, options, error)) return false;
+        haveSource = true;
+      }
+    }
+    if (options.Help) return true;
+    if (!haveSource) {
+      error = "no source given (tcp://HOST:PORT, udp://GROUP:PORT or serial:DEVICE?baud=N); see --help";
+      return false;
+    }
+    if (haveInterface && options.Transport != TransportKind::Udp) {
+      error = "--interface applies to udp:// sources only";
+      return false;
+    }
+    return true;
+  });
+}
+
+}  // namespace zolclient

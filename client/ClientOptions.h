@@ -1,0 +1,36 @@
+// The command line of zolclient: where the packets come from and what to do with them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace zolclient {
+
+enum class TransportKind { Tcp, Udp, Serial };
+
+struct ClientOptions {
+  TransportKind Transport = TransportKind::Tcp;
+  std::string Source;     // the source as given, for messages
+  std::string Host;       // tcp: host name or dotted address; udp: group or local address
+  std::uint16_t Port = 0;
+  std::string Interface;  // udp: interface name or address for the join; empty: any
+  std::string Device;     // serial
+  std::uint32_t BaudRate = 115200;
+
+  std::string OutputFolder;  // empty: pages are listed, not written
+  bool Stats = false;
+  double TimeoutSeconds = 0;      // 0: no limit
+  std::size_t UntilComplete = 0;  // 0: no limit
+  std::size_t PacketSize = 128;
+  double ReconnectPauseSeconds = 1;
+  bool Help = false;
+};
+
+// Parses the arguments after the program name. On failure `error` is one line.
+bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions& options, std::string& error);
+
+std::string ClientUsage();
+
+}  // namespace zolclient

@@ -1,0 +1,253 @@
+// Runs the built zolclient program against a small TCP server on 127.0.0.1 and against
+// a pseudo-terminal, and looks at the files, lines and counts it leaves.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+
+#include "client/HandBuiltPackets.h"
+#include "client/TestFolders.h"
+#include "frame/platform/SerialLine.h"
+#include "frame/platform/Sockets.h"
+#include "frame/platform/Time.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using handbuilt::Bytes;
+using testfolders::ListTree;
+using testfolders::ReadWholeFile;
+using testfolders::ScopedTempFolder;
+
+// Runs zolclient with `arguments` on a thread; stdout and stderr go to files in `folder`.
+class ClientProgram {
+ public:
+  ClientProgram(const fs::path& folder, const std::string& arguments) : Folder(folder) {
+    const std::string command = std::string(ZOL_BINARY_DIR) + "/zolclient " + arguments + " >" +
+                                (folder / "stdout.txt").string() + " 2>" + (folder / "stderr.txt").string();
+    Runner = std::thread([this, command] {
+      Status = std::system(command.c_str());
+      Finished = true;
+    });
+  }
+  ~ClientProgram() {
+    if (Runner.joinable()) Runner.join();
+  }
+  int Wait() {
+    Runner.join();
+    return WIFEXITED(Status) ? WEXITSTATUS(Status) : -1;
+  }
+  bool HasFinished() const { return Finished; }
+  std::string Stdout() const { return ReadWholeFile(Folder / "stdout.txt"); }
+  std::string Stderr() const { return ReadWholeFile(Folder / "stderr.txt"); }
+
+ private:
+  fs::path Folder;
+  std::thread Runner;
+  int Status = -1;
+  std::atomic<bool> Finished{false};
+};
+
+bool SendAll(int socket, const Bytes& bytes) {
+  std::size_t offset = 0;
+  while (offset < bytes.size()) {
+    if (!platform::WaitWritable(socket, 5000000)) return false;
+    const long sent = platform::SendSome(socket, bytes.data() + offset, bytes.size() - offset);
+    if (sent <= 0) return false;
+    offset += static_cast<std::size_t>(sent);
+  }
+  return true;
+}
+
+int AcceptWithin(int listener, long seconds) {
+  if (!platform::WaitReadable(listener, seconds * 1000000)) return platform::kNoSocket;
+  std::uint32_t peer = 0;
+  return platform::AcceptConnection(listener, peer);
+}
+
+Bytes Text(const std::string& text) { return handbuilt::TextBytes(text); }
+
+Bytes LongText(std::size_t n, unsigned seed) {
+  Bytes data(n);
+  unsigned x = seed;
+  for (auto& b : data) {
+    x = x * 1103515245u + 12345u;
+    b = static_cast<BYTE>(x >> 16);
+  }
+  return data;
+}
+
+TEST(ClientProcessPort, TcpClientRebuildsPagesAcrossAReconnection) {
+  ScopedTempFolder temp;
+  const fs::path out = temp.Path() / "out";
+  const auto pageA = handbuilt::PagePackets(1, 2, 0, 1, "", "a.html", Text("<p>first page</p>"));
+  const Bytes dataB = LongText(3000, 5);
+  const auto pageB = handbuilt::PagePackets(1, 3, 0, 4, "sub/", "b.bin", dataB);
+  const auto pageC = handbuilt::PagePackets(2, 7, 1, 1, "x/y", "c.txt", Text("third"));
+  const auto evil = handbuilt::PagePackets(1, 9, 0, 1, "../", "evil.html", Text("must not appear"));
+
+  const std::uint16_t port = platform::FindFreeTcpPort();
+  ASSERT_NE(port, 0);
+  const int listener = platform::OpenTcpSocket();
+  ASSERT_NE(listener, platform::kNoSocket);
+  ASSERT_TRUE(platform::BindAnyAddress(listener, port));
+  ASSERT_TRUE(platform::Listen(listener, 4));
+
+  ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
+                                        " --until-complete 4 --timeout 30 --stats --reconnect-pause 0.2");
+
+  // First connection: page A whole, then noise, a damaged packet and half of B; then it drops.
+  int connection = AcceptWithin(listener, 20);
+  ASSERT_NE(connection, platform::kNoSocket);
+  Bytes first = handbuilt::Join(pageA);
+  first.insert(first.end(), {0x00, 0x8E, 0x13, 0x37});
+  Bytes damaged = pageB[0];
+  damaged[40] ^= 0x20;
+  first.insert(first.end(), damaged.begin(), damaged.end());
+  for (std::size_t i = 0; i < pageB.size() / 2; ++i) first.insert(first.end(), pageB[i].begin(), pageB[i].end());
+  first.insert(first.end(), pageB.back().begin(), pageB.back().begin() + 50);  // cut off mid-packet
+  ASSERT_TRUE(SendAll(connection, first));
+  platform::SleepMilliseconds(300);
+  platform::CloseSocket(connection);
+
+  // Second connection: B from the start, the page that would leave the folder, then C.
+  connection = AcceptWithin(listener, 20);
+  ASSERT_NE(connection, platform::kNoSocket);
+  Bytes second = handbuilt::Join(pageB);
+  const Bytes evilBytes = handbuilt::Join(evil);
+  second.insert(second.end(), evilBytes.begin(), evilBytes.end());
+  const Bytes cBytes = handbuilt::Join(pageC);
+  second.insert(second.end(), cBytes.begin(), cBytes.end());
+  ASSERT_TRUE(SendAll(connection, second));
+
+  const int status = client.Wait();
+  platform::CloseSocket(connection);
+  platform::CloseSocket(listener);
+
+  const std::string stdoutText = client.Stdout();
+  const std::string stderrText = client.Stderr();
+  EXPECT_EQ(status, 0) << stderrText;
+  EXPECT_EQ(ReadWholeFile(out / "a.html"), "<p>first page</p>");
+  EXPECT_EQ(ReadWholeFile(out / "sub/b.bin"), std::string(dataB.begin(), dataB.end()));
+  EXPECT_EQ(ReadWholeFile(out / "x/y/c.txt"), "third");
+  EXPECT_NE(stdoutText.find("site 1 page 2 a.html 17 bytes version 0.1\n"), std::string::npos) << stdoutText;
+  EXPECT_NE(stdoutText.find("site 1 page 3 sub/b.bin 3000 bytes version 0.4\n"), std::string::npos);
+  EXPECT_NE(stdoutText.find("site 2 page 7 x/y/c.txt 5 bytes version 1.1\n"), std::string::npos);
+  EXPECT_EQ(stdoutText.find("evil"), std::string::npos);
+  EXPECT_NE(stderrText.find("refused page site 1 page 9 '../evil.html'"), std::string::npos) << stderrText;
+  EXPECT_NE(stderrText.find("lost; reconnecting"), std::string::npos) << stderrText;
+  EXPECT_NE(stdoutText.find("bad checksum 1,"), std::string::npos) << stdoutText;
+  EXPECT_NE(stdoutText.find("refused 1,"), std::string::npos) << stdoutText;
+  EXPECT_NE(stdoutText.find("truncated bytes 50\n"), std::string::npos) << stdoutText;
+  // Nothing was written beside the output folder but the captured output.
+  EXPECT_EQ(ListTree(temp.Path()),
+            (std::vector<std::string>{"out", "out/a.html", "out/sub", "out/sub/b.bin", "out/x", "out/x/y",
+                                      "out/x/y/c.txt", "stderr.txt", "stdout.txt"}));
+}
+
+TEST(ClientProcessPort, TcpClientKeepsTryingWhileNoServerListens) {
+  ScopedTempFolder temp;
+  const std::uint16_t port = platform::FindFreeTcpPort();
+  ASSERT_NE(port, 0);
+  ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) +
+                                        " --timeout 1 --until-complete 1 --reconnect-pause 0.2");
+  EXPECT_EQ(client.Wait(), 1);
+  const std::string stderrText = client.Stderr();
+  EXPECT_NE(stderrText.find("cannot connect to 127.0.0.1:" + std::to_string(port) + "; trying again in 0.2 s"),
+            std::string::npos)
+      << stderrText;
+  EXPECT_NE(stderrText.find("0 of 1 pages complete when the time ran out"), std::string::npos) << stderrText;
+}
+
+TEST(ClientProcessPort, SerialClientReadsPagesFromAPseudoTerminal) {
+  ScopedTempFolder temp;
+  int controller = -1;
+  int device = -1;
+  std::string deviceName;
+  ASSERT_TRUE(platform::OpenPseudoTerminal(controller, device, deviceName));
+  const fs::path out = temp.Path() / "out";
+  const Bytes data = LongText(2000, 9);
+  std::vector<Bytes> carousel = handbuilt::PagePackets(3, 1, 0, 2, "", "one.dat", data, 64);
+  const auto two = handbuilt::PagePackets(3, 2, 0, 1, "s/", "two.txt", Text("second"), 64);
+  carousel.insert(carousel.end(), two.begin(), two.end());
+
+  ClientProgram client(temp.Path(), "serial:" + deviceName + "?baud=57600 --packet-size 64 --out " + out.string() +
+                                        " --until-complete 2 --timeout 30 --stats");
+  // The carousel goes round until the client has what it wants, as a server's does.
+  const std::uint64_t start = platform::MonotonicMilliseconds();
+  while (!client.HasFinished() && platform::MonotonicMilliseconds() - start < 30000) {
+    for (const Bytes& packet : carousel) {
+      if (client.HasFinished()) break;
+      if (!platform::WaitWritable(controller, 100000)) continue;
+      platform::WriteSerial(controller, packet.data(), packet.size());
+    }
+    platform::SleepMilliseconds(20);
+  }
+  const int status = client.Wait();
+  platform::CloseSerial(device);
+  platform::CloseSerial(controller);
+  EXPECT_EQ(status, 0) << client.Stderr();
+  EXPECT_EQ(ReadWholeFile(out / "one.dat"), std::string(data.begin(), data.end()));
+  EXPECT_EQ(ReadWholeFile(out / "s/two.txt"), "second");
+  const std::string stdoutText = client.Stdout();
+  EXPECT_NE(stdoutText.find("site 3 page 1 one.dat 2000 bytes version 0.2\n"), std::string::npos) << stdoutText;
+  EXPECT_NE(stdoutText.find("pages: complete 2, distinct 2"), std::string::npos) << stdoutText;
+}
+
+TEST(ClientProcessPort, UdpClientTakesOneDatagramPerPacket) {
+  ScopedTempFolder temp;
+  const fs::path out = temp.Path() / "out";
+  const std::uint16_t port = platform::FindFreeTcpPort();  // the same number is almost always free for UDP
+  ASSERT_NE(port, 0);
+  const Bytes data = LongText(1500, 3);
+  const auto page = handbuilt::PagePackets(0, 5, 0, 1, "", "u.bin", data);
+  ClientProgram client(temp.Path(), "udp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
+                                        " --until-complete 1 --timeout 30 --stats");
+  const int sender = platform::OpenUdpSocket();
+  ASSERT_NE(sender, platform::kNoSocket);
+  const std::uint64_t start = platform::MonotonicMilliseconds();
+  while (!client.HasFinished() && platform::MonotonicMilliseconds() - start < 30000) {
+    const Bytes shortOne(page[0].begin(), page[0].begin() + 100);
+    platform::SendDatagram(sender, shortOne.data(), shortOne.size(), "127.0.0.1", port);
+    for (const Bytes& packet : page) platform::SendDatagram(sender, packet.data(), packet.size(), "127.0.0.1", port);
+    platform::SleepMilliseconds(50);
+  }
+  platform::CloseSocket(sender);
+  EXPECT_EQ(client.Wait(), 0) << client.Stderr();
+  EXPECT_EQ(ReadWholeFile(out / "u.bin"), std::string(data.begin(), data.end()));
+  const std::string stdoutText = client.Stdout();
+  EXPECT_NE(stdoutText.find("site 0 page 5 u.bin 1500 bytes version 0.1\n"), std::string::npos) << stdoutText;
+  // Short datagrams are counted as such (whether one arrived before the client listened
+  // is up to timing, so only the count's presence is checked here; the scanner's own
+  // tests assert the count).
+  EXPECT_NE(stdoutText.find(", bad size "), std::string::npos) << stdoutText;
+}
+
+TEST(ClientProcess, BadArgumentGivesOneLineAndStatusTwo) {
+  ScopedTempFolder temp;
+  ClientProgram client(temp.Path(), "tcp://127.0.0.1:1 --packet-size 200");
+  EXPECT_EQ(client.Wait(), 2);
+  EXPECT_EQ(client.Stderr(), "zolclient: bad --packet-size '200': expected 16 to 128\n");
+  EXPECT_EQ(client.Stdout(), "");
+}
+
+TEST(ClientProcess, HelpExplainsEveryOption) {
+  ScopedTempFolder temp;
+  ClientProgram client(temp.Path(), "--help");
+  EXPECT_EQ(client.Wait(), 0);
+  const std::string text = client.Stdout();
+  for (const char* option : {"--out", "--stats", "--timeout", "--until-complete", "--packet-size", "--interface",
+                             "--reconnect-pause", "--help", "tcp://", "udp://", "serial:"}) {
+    EXPECT_NE(text.find(option), std::string::npos) << option;
+  }
+}
+
+TEST(ClientProcess, MissingSerialDeviceFailsWithStatusOne) {
+  ScopedTempFolder temp;
+  ClientProgram client(temp.Path(), "serial:" + (temp.Path() / "no-such-tty").string() + " --timeout 1");
+  EXPECT_EQ(client.Wait(), 1);
+  EXPECT_NE(client.Stderr().find("cannot open serial device"), std::string::npos);
+}
+
+}  // namespace

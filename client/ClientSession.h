@@ -1,0 +1,46 @@
+// One receiving session: bytes or datagrams in, checked packets, rebuilt pages, files out,
+// one line per new page version.
+#pragma once
+
+#include <cstddef>
+#include <ostream>
+#include <string>
+
+#include "client/PacketScanner.h"
+#include "client/PageAssembler.h"
+#include "client/PageWriter.h"
+
+namespace zolclient {
+
+class CClientSession {
+ public:
+  // An empty `outputFolder` lists the pages without writing them.
+  CClientSession(std::size_t packetSize, std::string outputFolder, std::ostream& out, std::ostream& err);
+
+  // Creates the output folder; false with a one-line `error` when that is impossible.
+  bool Prepare(std::string& error);
+
+  void OnStreamBytes(const BYTE* data, std::size_t length);
+  void OnDatagram(const BYTE* data, std::size_t length);
+  // A new connection starts at a packet boundary, and the server may have restarted.
+  void OnNewConnection();
+
+  std::size_t DistinctCompletePages() const { return Assembler.DistinctCompletePages(); }
+  std::string StatsText() const;
+
+  const CPacketScanner& Scanner() const { return PacketScanner; }
+  const CPageAssembler& Pages() const { return Assembler; }
+  const CPageWriter* Writer() const { return Output.OutputFolder().empty() ? nullptr : &Output; }
+
+ private:
+  void OnPacket(const ScannedPacket& packet);
+  void OnPage(const ReceivedPage& page);
+
+  CPacketScanner PacketScanner;
+  CPageAssembler Assembler;
+  CPageWriter Output;
+  std::ostream& Out;
+  std::ostream& Err;
+};
+
+}  // namespace zolclient

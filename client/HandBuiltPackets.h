@@ -1,0 +1,122 @@
+// Test helper: builds packets by the wire rules, step by step, so that tests of the
+// receiving side do not depend on the sender's code and can break any step on purpose.
+#pragma once
+
+#include <zlib.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "distribution/PacketFormat.h"
+#include "frame/Types.h"
+
+namespace handbuilt {
+
+using Bytes = std::vector<BYTE>;
+
+inline void PutWord(Bytes& out, WORD value) {
+  out.push_back(static_cast<BYTE>(value));
+  out.push_back(static_cast<BYTE>(value >> 8));
+}
+
+inline void PutDword(Bytes& out, DWORD value) {
+  for (int i = 0; i < 4; ++i) out.push_back(static_cast<BYTE>(value >> (8 * i)));
+}
+
+inline Bytes PageRecordBytes(const std::string& path, const std::string& name, DWORD isTemplate,
+                             const Bytes& data) {
+  Bytes record{1, 0};
+  PutWord(record, static_cast<WORD>(path.size()));
+  record.insert(record.end(), path.begin(), path.end());
+  PutWord(record, static_cast<WORD>(name.size()));
+  record.insert(record.end(), name.begin(), name.end());
+  PutDword(record, isTemplate);
+  PutDword(record, static_cast<DWORD>(data.size()));
+  record.insert(record.end(), data.begin(), data.end());
+  return record;
+}
+
+// gzip wrapper, default level, as the sender compresses.
+inline Bytes Gzip(const Bytes& plain) {
+  Bytes out(2 * plain.size() + 64);
+  z_stream stream{};
+  deflateInit2(&stream, -1, 8, 31, 8, 0);
+  stream.next_in = const_cast<BYTE*>(plain.data());
+  stream.avail_in = static_cast<uInt>(plain.size());
+  stream.next_out = out.data();
+  stream.avail_out = static_cast<uInt>(out.size());
+  deflate(&stream, Z_FINISH);
+  out.resize(stream.total_out);
+  deflateEnd(&stream);
+  return out;
+}
+
+// PlainSize, CompressedSize, then the compressed bytes; not yet escaped.
+inline Bytes PageStream(DWORD plainSize, DWORD compressedSize, const Bytes& compressed) {
+  Bytes stream;
+  PutDword(stream, plainSize);
+  PutDword(stream, compressedSize);
+  stream.insert(stream.end(), compressed.begin(), compressed.end());
+  return stream;
+}
+
+inline Bytes PageStreamOf(const Bytes& record) {
+  const Bytes compressed = Gzip(record);
+  return PageStream(static_cast<DWORD>(record.size()), static_cast<DWORD>(compressed.size()), compressed);
+}
+
+// Escapes the stream and cuts it into checksummed blocks of `packetSize` bytes.
+inline std::vector<Bytes> CutPackets(DWORD pageKey, BYTE sequenceHigh, BYTE sequenceLow, Bytes stream,
+                                     std::size_t packetSize = 128) {
+  wire::InsertEscapes(stream);
+  std::vector<Bytes> packets;
+  std::size_t offset = 0;
+  DWORD number = 0;
+  std::size_t remaining = stream.size();
+  while (remaining != 0) {
+    Bytes id;
+    PutDword(id, wire::MakePacketID(pageKey, number, sequenceLow));
+    wire::InsertEscapes(id);
+    const std::size_t capacity = packetSize - (id.size() + 7);
+    const std::size_t chunk = capacity < remaining ? capacity : remaining;
+    Bytes block(packetSize, 0);
+    block[0] = wire::kStartMark;
+    block[1] = sequenceHigh;
+    block[2] = static_cast<BYTE>((id.size() << 1) | (chunk == remaining ? 1 : 0));
+    std::copy(id.begin(), id.end(), block.begin() + 6);
+    std::copy(stream.begin() + static_cast<std::ptrdiff_t>(offset),
+              stream.begin() + static_cast<std::ptrdiff_t>(offset + chunk),
+              block.begin() + 6 + static_cast<std::ptrdiff_t>(id.size()));
+    if (packetSize > 127) block[127] = wire::kEndMark;
+    wire::StoreChecksum(block.data(), wire::PacketChecksum(block.data(), block.size()));
+    packets.push_back(block);
+    offset += chunk;
+    remaining -= chunk;
+    ++number;
+  }
+  return packets;
+}
+
+inline std::vector<Bytes> PagePackets(DWORD site, DWORD page, BYTE sequenceHigh, BYTE sequenceLow,
+                                      const std::string& path, const std::string& name, const Bytes& data,
+                                      std::size_t packetSize = 128, DWORD level = 0, DWORD isTemplate = 0) {
+  return CutPackets(wire::MakePageKey(site, page, level), sequenceHigh, sequenceLow,
+                    PageStreamOf(PageRecordBytes(path, name, isTemplate, data)), packetSize);
+}
+
+// Recomputes the checksum of a block after a test changed it on purpose.
+inline void Reseal(Bytes& block) {
+  block[3] = block[4] = block[5] = 0;
+  wire::StoreChecksum(block.data(), wire::PacketChecksum(block.data(), block.size()));
+}
+
+inline Bytes Join(const std::vector<Bytes>& packets) {
+  Bytes all;
+  for (const Bytes& p : packets) all.insert(all.end(), p.begin(), p.end());
+  return all;
+}
+
+inline Bytes TextBytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
+
+}  // namespace handbuilt

@@ -1,0 +1,144 @@
+#include "client/PageWriter.h"
+
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "frame/KVTException.h"
+
+namespace zolclient {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::vector<std::string> SplitComponents(const std::string& path) {
+  std::vector<std::string> parts;
+  std::string current;
+  for (char c : path) {
+    if (c == '/') {
+      parts.push_back(current);
+      current.clear();
+    } else {
+      current += c;
+    }
+  }
+  parts.push_back(current);
+  return parts;
+}
+
+bool HasForbiddenByte(const std::string& text) {
+  return text.find('\\') != std::string::npos || text.find('\0') != std::string::npos;
+}
+
+}  // namespace
+
+bool SafeRelativeLocation(const std::string& path, const std::string& name, std::string& relative) {
+  return Guarded("SafeRelativeLocation()", [&] {
+    if (HasForbiddenByte(path) || HasForbiddenByte(name)) return false;
+    if (!path.empty() && path[0] == '/') return false;
+    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) return false;
+    relative.clear();
+    for (const std::string& part : SplitComponents(path)) {
+      if (part == "..") return false;
+      if (part.empty() || part == ".") continue;
+      relative += part;
+      relative += '/';
+    }
+    relative += name;
+    return true;
+  });
+}
+
+std::string DisplayLocation(const std::string& path, const std::string& name) {
+  if (path.empty()) return name;
+  if (path.back() == '/') return path + name;
+  return path + "/" + name;
+}
+
+CPageWriter::CPageWriter(std::string outputFolder) : Folder(std::move(outputFolder)) {}
+
+bool CPageWriter::Prepare(std::string& error) {
+  return Guarded("CPageWriter::Prepare()", [&] {
+    std::error_code code;
+    fs::create_directories(Folder, code);
+    if (!fs::is_directory(Folder, code)) {
+      error = "cannot create output folder " + Folder;
+      return false;
+    }
+    return true;
+  });
+}
+
+WriteResult CPageWriter::Write(const ReceivedPage& page) {
+  return Guarded("CPageWriter::Write()", [&] {
+    std::string relative;
+    if (!SafeRelativeLocation(page.Record.Path, page.Record.Name, relative)) {
+      ++Stats.Refused;
+      return WriteResult::Refused;
+    }
+    std::error_code code;
+    // Walk down from the output folder; the client never makes links, so a link on the
+    // way was put there by someone else and could lead out of the folder.
+    fs::path directory = Folder;
+    const std::vector<std::string> parts = SplitComponents(relative);
+    for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
+      directory /= parts[i];
+      const fs::file_status status = fs::symlink_status(directory, code);
+      if (fs::is_symlink(status)) {
+        ++Stats.Refused;
+        return WriteResult::Refused;
+      }
+      if (!fs::exists(status)) {
+        fs::create_directory(directory, code);
+        if (code) {
+          ++Stats.Failed;
+          return WriteResult::Failed;
+        }
+      } else if (!fs::is_directory(status)) {
+        ++Stats.Failed;
+        return WriteResult::Failed;
+      }
+    }
+    const fs::path target = directory / parts.back();
+    const fs::file_status targetStatus = fs::symlink_status(target, code);
+    if (fs::is_symlink(targetStatus)) {
+      ++Stats.Refused;
+      return WriteResult::Refused;
+    }
+    if (fs::exists(targetStatus) && !fs::is_regular_file(targetStatus)) {
+      ++Stats.Failed;
+      return WriteResult::Failed;
+    }
+    // Written beside the target and renamed over it, so a reader never sees half a page.
+    const fs::path part = directory / ("." + parts.back() + ".zolclient-part");
+    fs::remove(part, code);  // a leftover, or a link someone put there
+    {
+      std::ofstream out(part, std::ios::binary | std::ios::trunc);
+      if (!out) {
+        ++Stats.Failed;
+        return WriteResult::Failed;
+      }
+      out.write(reinterpret_cast<const char*>(page.Record.Data.data()),
+                static_cast<std::streamsize>(page.Record.Data.size()));
+      out.close();
+      if (!out) {
+        fs::remove(part, code);
+        ++Stats.Failed;
+        return WriteResult::Failed;
+      }
+    }
+    fs::rename(part, target, code);
+    if (code) {
+      fs::remove(part, code);
+      ++Stats.Failed;
+      return WriteResult::Failed;
+    }
+    ++Stats.Written;
+    return WriteResult::Written;
+  });
+}
+
+}  // namespace zolclient
