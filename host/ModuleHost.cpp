@@ -7,6 +7,7 @@
 
 #include "frame/KVTException.h"
 #include "frame/platform/Interfaces.h"
+#include "frame/platform/Paths.h"
 
 namespace {
 
@@ -59,7 +60,8 @@ void CModuleHost::AddPeer(std::unique_ptr<CHostPeer> peer) {
 }
 
 bool CModuleHost::Start() {
-  Package.ApplicationDirectory = Options.ApplicationDirectory;
+  // Relative site roots are joined to it as they stand, so it must not be relative itself.
+  Package.ApplicationDirectory = platform::AbsolutePath(Options.ApplicationDirectory);
   Package.LocalAddress = platform::LocalIPv4Address();
   Package.ComPorts = Options.ComPorts;
   Package.CodePage = Options.CodePage;

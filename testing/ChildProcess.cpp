@@ -87,12 +87,20 @@ std::string ChildProcess::Stdout() const { return ReadWhole(StdoutPath); }
 std::string ChildProcess::Stderr() const { return ReadWhole(StderrPath); }
 
 bool ChildProcess::WaitForStderr(const std::string& text, double seconds) const {
+  return WaitForText(StderrPath, text, seconds);
+}
+
+bool ChildProcess::WaitForStdout(const std::string& text, double seconds) const {
+  return WaitForText(StdoutPath, text, seconds);
+}
+
+bool ChildProcess::WaitForText(const std::string& path, const std::string& text, double seconds) const {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   while (std::chrono::steady_clock::now() < deadline) {
-    if (Stderr().find(text) != std::string::npos) return true;
+    if (ReadWhole(path).find(text) != std::string::npos) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  return Stderr().find(text) != std::string::npos;
+  return ReadWhole(path).find(text) != std::string::npos;
 }
 
 std::optional<int> RunToEnd(const std::string& program, const std::vector<std::string>& arguments,

@@ -26,8 +26,11 @@ class ChildProcess {
   std::string Stderr() const;
   // Waits until standard error holds `text`; false after `seconds`.
   bool WaitForStderr(const std::string& text, double seconds) const;
+  bool WaitForStdout(const std::string& text, double seconds) const;
 
  private:
+  bool WaitForText(const std::string& path, const std::string& text, double seconds) const;
+
   pid_t Pid = -1;
   std::optional<int> ExitStatus;
   std::string StdoutPath;

@@ -27,8 +27,17 @@ std::string JoinPath(const std::string& base, const std::string& relative) {
 }
 
 bool IsAbsolutePath(const std::string& path) {
-  if (!path.empty() && (path[0] == '/' || path[0] == '\\')) return true;
+  if (!path.empty() && path[0] == '/') return true;
   return path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
+}
+
+std::string AbsolutePath(const std::string& path) {
+  std::error_code error;
+  const auto absolute = std::filesystem::absolute(ToNativePath(path), error);
+  if (error) return path;
+  std::string text = absolute.lexically_normal().string();
+  while (text.size() > 1 && text.back() == '/') text.pop_back();
+  return text;
 }
 
 bool DirectoryExists(const std::string& path) {

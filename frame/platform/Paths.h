@@ -15,6 +15,9 @@ std::string JoinPath(const std::string& base, const std::string& relative);
 // A root that begins with "/" (or a drive letter "X:") is absolute.
 bool IsAbsolutePath(const std::string& path);
 
+// The path made absolute against the working folder, without a trailing "/".
+std::string AbsolutePath(const std::string& path);
+
 bool DirectoryExists(const std::string& path);
 bool FileExists(const std::string& path);
 
