@@ -128,7 +128,6 @@ void CZOLServer::OnTimer() {
     const KVTTIME second = GetKVTTimeOfDay() / 1000000 * 1000000;
     if (second == LastWholeSecond) return;
     LastWholeSecond = second;
-    ++BeatCount;
     for (CZOLServerSite* site : Sites) site->OnTimerEvent();
     for (auto& entry : Ports) entry.second->DetermineDataRate();
   });

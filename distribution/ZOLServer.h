@@ -47,8 +47,6 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
   DWORD GetNextPortID() const { return NextPortID; }
   DWORD GetTestPageSize() const { return TestPageSize; }
   BOOL IsDataConnected() const { return DataConnected; }
-  // How many whole seconds the beat has done its work.
-  DWORD GetBeatCount() const { return BeatCount; }
 
  private:
   // Builds every site on its own root and event.
@@ -59,7 +57,6 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
   DWORD NextPortID = 0;
   KVTTIME LastWholeSecond = 0;
   DWORD TestPageSize = 0;
-  DWORD BeatCount = 0;
   // Owned; site numbers 1, 2, 3 follow this order.
   std::vector<CZOLServerSite*> Sites;
   // Owned; ordered by ID.

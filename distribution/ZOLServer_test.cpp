@@ -111,22 +111,6 @@ TEST(ZOLServer, MessageOfAClassOtherThanFiveChangesNothingAndReturnsZero) {
   EXPECT_EQ(server.ConnectedClass, kNoClass);
 }
 
-TEST(ZOLServer, TwoTicksInOneSecondDoTheWorkOnce) {
-  PackageScope scope;
-  CZOLServer server;
-  // Ticks right after each other fall into one whole second unless that second just
-  // ended; in that case the second pair is in one second for sure.
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    const DWORD before = server.GetBeatCount();
-    server.OnTimer();
-    server.OnTimer();
-    const DWORD beats = server.GetBeatCount() - before;
-    if (beats == 1) return SUCCEED();
-    EXPECT_LE(beats, 2u);
-  }
-  ADD_FAILURE() << "two ticks in a row never fell into one second";
-}
-
 TEST(ZOLServer, WebServerComingUpGetsThePageList) {
   PackageScope scope;
   CZOLServer server;
