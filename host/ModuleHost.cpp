@@ -202,12 +202,11 @@ void CModuleHost::HandleHostMessage(CModuleMessage& message) {
 }
 
 void CModuleHost::ReportModules() {
-  for (const auto& [peerClass, peer] : Peers) {
-    if (Options.Verbose) {
-      Package.WriteLog("module of class " + std::to_string(peerClass) + " present");
-    }
-    CallModule("OnModifyModule", [&, &p = peer] {
-      Module->OnModifyModule(peerClass, p->PeerInstance(), p->PeerComputer(), 1);
+  for (const auto& entry : Peers) {
+    const CHostPeer& peer = *entry.second;
+    if (Options.Verbose) Package.WriteLog("module of class " + std::to_string(entry.first) + " present");
+    CallModule("OnModifyModule", [&] {
+      Module->OnModifyModule(peer.PeerClass(), peer.PeerInstance(), peer.PeerComputer(), 1);
     });
   }
 }
