@@ -140,3 +140,13 @@ TEST(Parameters, ShortWireFormThrowsThroughTheGuard) {
   // The entry read before the failure is kept.
   EXPECT_EQ(table.GetString("only"), "one");
 }
+
+TEST(Parameters, WriteIntoAFullFixedBufferThrowsThroughTheGuard) {
+  CParameters table;
+  table.Add("name", "value");
+  CTTBuffer buffer(6);
+  buffer.SetAutoGrow(0);
+  auto e = CatchKVT([&] { table.ParametersToBuffer(buffer); });
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(e->GetTrail().back(), "CParameters::ParametersToBuffer()");
+}

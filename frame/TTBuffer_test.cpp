@@ -273,3 +273,33 @@ TEST(TTBuffer, CopyIsIndependent) {
   copy >> value;
   EXPECT_EQ(value, 42);
 }
+
+TEST(TTBuffer, WithoutAutoGrowWritersDoNotGrowOrCount) {
+  CTTBuffer buffer(8);
+  buffer.SetAutoGrow(0);
+  buffer << 1 << 2;
+  EXPECT_EQ(buffer.GetCapacity(), 8u);
+  EXPECT_EQ(buffer.GetSize(), 0u);  // only the growth rule counts Size
+  EXPECT_EQ(buffer.GetFilled(), 8u);
+  // A write past the block is refused rather than written into foreign memory.
+  auto e = CatchKVT([&] { buffer << static_cast<BYTE>(3); });
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(e->GetTrail().back(), "CTTBuffer::operator<<(BYTE)");
+  EXPECT_EQ(buffer.GetPosition(), 8u);
+}
+
+TEST(TTBuffer, SetPositionBeyondTheBlockIsRefused) {
+  CTTBuffer buffer(16);
+  auto e = CatchKVT([&] { buffer.SetPosition(17); });
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(e->GetTrail().back(), "CTTBuffer::SetPosition()");
+  EXPECT_EQ(buffer.SetPosition(16), 0u);
+}
+
+TEST(TTBuffer, ReadAfterMovingPastTheWrittenBytesThrows) {
+  CTTBuffer buffer(64);
+  buffer << 1;
+  buffer.SetPosition(8);
+  int value = 0;
+  EXPECT_NE(CatchKVT([&] { buffer >> value; }), nullptr);
+}
