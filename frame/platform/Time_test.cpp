@@ -5,7 +5,7 @@
 #include "testing/ZoneSetting.h"
 
 TEST(PlatformTime, LocalOffsetFollowsTheZone) {
-  const std::time_t moment = 1700000000;  // 2023-11-14, standard time in both hemispheres' north
+  const std::time_t moment = 1700000000;  // 2023-11-14: standard time in both zones below
   {
     CZoneSetting zone("UTC0");
     EXPECT_EQ(platform::LocalOffsetSeconds(moment), 0);
