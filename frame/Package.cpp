@@ -167,12 +167,14 @@ CPackage* GetPackage() { return g_Package; }
 void SetModulePackage(CPackage* package) { g_Package = package; }
 
 std::string GetTranslation(const char* key, ...) {
-  if (g_Package == nullptr) return key;
+  // Before the host has handed over its package, the built-in texts still apply.
+  static const CPackage builtIn;
+  const CPackage* package = g_Package != nullptr ? g_Package : &builtIn;
   va_list args;
   va_start(args, key);
   struct EndArgs {
     va_list& list;
     ~EndArgs() { va_end(list); }
   } endArgs{args};
-  return g_Package->GetTranslationArgs(key, args);
+  return package->GetTranslationArgs(key, args);
 }

@@ -48,5 +48,5 @@ void SetModulePackage(CPackage* package);
 // Writes a line to the host's log through the module's package (standard error without one).
 void ModuleLog(const std::string& line);
 
-// GetTranslation through the module's package; the key itself when there is none.
+// GetTranslation through the module's package; the built-in texts when there is none yet.
 std::string GetTranslation(const char* key, ...);

@@ -78,7 +78,8 @@ void CTTBuffer::SetNewSize(DWORD n) {
     const std::size_t used = static_cast<std::size_t>(Position - Data);
     const std::size_t need = used + n;
     if (Capacity < need) {
-      GrowBy = GrowBy < 32768 ? 32768 : GrowBy * 2;
+      // Doubling stops short of the DWORD range, where the step would wrap to 0.
+      GrowBy = GrowBy < 32768 ? 32768 : (GrowBy <= 0x7FFFFFFFu ? GrowBy * 2 : GrowBy);
       const std::size_t grown = (need / GrowBy + 1) * static_cast<std::size_t>(GrowBy);
       if (grown > 0xFFFFFFFFu) throw std::bad_alloc();
       BYTE* block = Allocate(static_cast<DWORD>(grown));
@@ -175,6 +176,7 @@ CTTBuffer& CTTBuffer::operator>>(std::string& value) {
   return Guarded("CTTBuffer::operator>>(string)", [&]() -> CTTBuffer& {
     DWORD length = 0;
     Take(&length, sizeof length);
+    value.clear();
     if (length > GetRemaining()) ThrowKVT("CTTBuffer: string longer than the message");
     value.assign(reinterpret_cast<const char*>(Position), length);
     Position += length;

@@ -11,6 +11,8 @@ class TempDir {
   ~TempDir();
 
   const std::string& Path() const { return Root; }
+  // The path of `relative` below the folder (nothing is created).
+  std::string File(const std::string& relative) const { return Root + "/" + relative; }
   // Writes `contents` to `relative` below the folder, making folders on the way.
   std::string Write(const std::string& relative, const std::string& contents) const;
 

@@ -16,6 +16,8 @@ WallTime NowWallTime() {
 }
 
 long LocalOffsetSeconds(std::time_t moment) {
+  // localtime_r need not look at TZ again; tzset makes a changed zone count at once.
+  tzset();
   tm local{};
   if (localtime_r(&moment, &local) == nullptr) return 0;
   return local.tm_gmtoff;
