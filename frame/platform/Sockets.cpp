@@ -173,11 +173,12 @@ int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long
   return result;
 }
 
-int TcpConnect(const std::string& host, std::uint16_t port) {
+int TcpConnect(const std::string& host, std::uint16_t port, int receiveBufferBytes) {
   sockaddr_in address{};
   if (!MakeAddress(host, port, address)) return kNoSocket;
   const int s = OpenTcpSocket();
   if (s < 0) return kNoSocket;
+  if (receiveBufferBytes > 0) setsockopt(s, SOL_SOCKET, SO_RCVBUF, &receiveBufferBytes, sizeof receiveBufferBytes);
   int result;
   do {
     result = connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address);

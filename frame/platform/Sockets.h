@@ -58,8 +58,9 @@ int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long
                          bool& listenReadable, std::vector<bool>& writable);
 
 // ---- TCP client ----------------------------------------------------------------------
-// Connects to host (dotted IPv4 text) and port; -1 when that fails.
-int TcpConnect(const std::string& host, std::uint16_t port);
+// Connects to host (dotted IPv4 text) and port; -1 when that fails. A receive buffer
+// size above 0 is set before connecting.
+int TcpConnect(const std::string& host, std::uint16_t port, int receiveBufferBytes = 0);
 
 // ---- UDP multicast -------------------------------------------------------------------
 int OpenUdpSocket();
