@@ -77,4 +77,9 @@ int OpenMulticastReceiver(const std::string& group, std::uint16_t port, const st
 // One datagram into `data`; its length, or -1 on error.
 long ReceiveDatagram(int socket, void* data, std::size_t length);
 
+// ---- network namespaces (tests and demos) ------------------------------------------------
+// Moves the calling thread into the named network namespace (made with "ip netns add");
+// sockets it creates afterwards belong there. False without the rights or the name.
+bool EnterNetworkNamespace(const std::string& name);
+
 }  // namespace platform
