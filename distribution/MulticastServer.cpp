@@ -56,6 +56,7 @@ void CZOLMulticastServer::CloseServerSocket() {
 
 void CZOLMulticastServer::Start() {
   Guarded("CZOLMulticastServer::Start()", [&] {
+    if (Running.load() != 0) return;  // already sending
     WriteLog("Starting multicast server (Address: " + Address + ", Port: " + std::to_string(Port) + ").");
     if (OpenServerSocket()) {
       Running.store(1);

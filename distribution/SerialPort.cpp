@@ -93,6 +93,7 @@ void CZOLSerialPort::ClosePort() {
 
 void CZOLSerialPort::Start() {
   Guarded("CZOLSerialPort::Start()", [&] {
+    if (Running.load() != 0) return;  // already sending
     if (!OpenPort()) return;
     WriteLog("Starting serial server (Port: COM" + std::to_string(ComPort) + ", Baudrate: " +
              std::to_string(BaudRate) + ").");

@@ -125,10 +125,11 @@ void CZOLTCPIPServer::StopListen() {
 
 void CZOLTCPIPServer::Start() {
   Guarded("CZOLTCPIPServer::Start()", [&] {
-    WriteLog(Format("Starting TCP/IP server (Port %d).", static_cast<int>(Port)));
     // Listening goes up before the thread starts, so that a Stop that follows at once
-    // waits for the thread.
-    Listening.store(1);
+    // waits for the thread. A server that is already up is left as it is.
+    int listening = 0;
+    if (!Listening.compare_exchange_strong(listening, 1)) return;
+    WriteLog(Format("Starting TCP/IP server (Port %d).", static_cast<int>(Port)));
     StartThread();
   });
 }

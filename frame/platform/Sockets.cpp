@@ -1,6 +1,8 @@
 #include "frame/platform/Sockets.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <sched.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -173,11 +175,12 @@ int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long
   return result;
 }
 
-int TcpConnect(const std::string& host, std::uint16_t port) {
+int TcpConnect(const std::string& host, std::uint16_t port, int receiveBufferBytes) {
   sockaddr_in address{};
   if (!MakeAddress(host, port, address)) return kNoSocket;
   const int s = OpenTcpSocket();
   if (s < 0) return kNoSocket;
+  if (receiveBufferBytes > 0) setsockopt(s, SOL_SOCKET, SO_RCVBUF, &receiveBufferBytes, sizeof receiveBufferBytes);
   int result;
   do {
     result = connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address);
@@ -243,6 +246,15 @@ long ReceiveDatagram(int socket, void* data, std::size_t length) {
     got = recvfrom(socket, data, length, 0, nullptr, nullptr);
   } while (got < 0 && errno == EINTR);
   return static_cast<long>(got);
+}
+
+bool EnterNetworkNamespace(const std::string& name) {
+  const std::string path = "/var/run/netns/" + name;
+  const int handle = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (handle < 0) return false;
+  const bool entered = setns(handle, CLONE_NEWNET) == 0;
+  close(handle);
+  return entered;
 }
 
 }  // namespace platform

@@ -58,8 +58,9 @@ int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long
                          bool& listenReadable, std::vector<bool>& writable);
 
 // ---- TCP client ----------------------------------------------------------------------
-// Connects to host (dotted IPv4 text) and port; -1 when that fails.
-int TcpConnect(const std::string& host, std::uint16_t port);
+// Connects to host (dotted IPv4 text) and port; -1 when that fails. A receive buffer
+// size above 0 is set before connecting.
+int TcpConnect(const std::string& host, std::uint16_t port, int receiveBufferBytes = 0);
 
 // ---- UDP multicast -------------------------------------------------------------------
 int OpenUdpSocket();
@@ -75,5 +76,10 @@ long SendDatagram(int socket, const void* data, std::size_t length, const std::s
 int OpenMulticastReceiver(const std::string& group, std::uint16_t port, const std::string& interfaceAddress = "");
 // One datagram into `data`; its length, or -1 on error.
 long ReceiveDatagram(int socket, void* data, std::size_t length);
+
+// ---- network namespaces (tests and demos) ------------------------------------------------
+// Moves the calling thread into the named network namespace (made with "ip netns add");
+// sockets it creates afterwards belong there. False without the rights or the name.
+bool EnterNetworkNamespace(const std::string& name);
 
 }  // namespace platform

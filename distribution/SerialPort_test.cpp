@@ -1,0 +1,197 @@
+#include "distribution/SerialPort.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+#include "distribution/OutputPage.h"
+#include "frame/IniFile.h"
+#include "frame/platform/SerialLine.h"
+#include "testing/LogCapture.h"
+#include "testing/PacketSizeScope.h"
+#include "testing/PageReassembler.h"
+
+namespace {
+
+// A pseudo-terminal standing in for COM `number`; every other COM number leads nowhere.
+class PseudoComPort {
+ public:
+  explicit PseudoComPort(int number) {
+    Ok = platform::OpenPseudoTerminal(Controller, Device, Name);
+    for (int i = 1; i <= CZOLSerialPort::kHighestComPort; ++i) {
+      Package.ComPorts[i] = i == number ? Name : "/nonexistent/zol-tty" + std::to_string(i);
+    }
+  }
+  ~PseudoComPort() {
+    platform::CloseSerial(Controller);
+    platform::CloseSerial(Device);
+  }
+  // Reads what arrives until `enough` says so or five seconds pass.
+  template <class Enough>
+  std::vector<BYTE> ReadUntil(Enough enough) {
+    std::vector<BYTE> got;
+    BYTE buffer[4096];
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!enough(got) && std::chrono::steady_clock::now() < deadline) {
+      const long n = platform::ReadSerial(Controller, buffer, sizeof buffer, 50);
+      if (n > 0) got.insert(got.end(), buffer, buffer + n);
+    }
+    return got;
+  }
+  bool Ok = false;
+  int Controller = -1, Device = -1;
+  std::string Name;
+  LogCapturePackage Package;
+};
+
+}  // namespace
+
+TEST(SerialPortThread, APacketGoesThroughThePseudoTerminalByteForByte) {
+  PacketSizeScope size(128);
+  PseudoComPort com(7);
+  ASSERT_TRUE(com.Ok);
+  PackageScope scope(&com.Package);
+  CZOLSerialPort port(1);
+  port.SetComPort(7);
+  port.Start();
+  ASSERT_EQ(port.IsRunning(), 1);
+  EXPECT_EQ(port.GetInfoLine1(), "COM 7");
+  EXPECT_EQ(port.GetInfoLine2(), "Baudrate: 115200");
+  EXPECT_TRUE(com.Package.HasLine("Starting serial server (Port: COM7, Baudrate: 115200)."));
+  EXPECT_EQ(platform::SerialBaudRate(port.GetHandle()), 115200u);
+
+  // One-packet pages, one at a time: nothing follows a packet whose output could be purged.
+  for (int n = 0; n < 3; ++n) {
+    COutputPage page(1, 10 + n, 0, 10, "", "s" + std::to_string(n) + ".txt");
+    page.SetData(std::vector<BYTE>(20 + n, static_cast<BYTE>('a' + n)));
+    page.BuildPackets();
+    ASSERT_EQ(page.GetPackets().size(), 1u);
+    port.UpdatePage(page.GetPageKey(), page.GetSequenceLow(), page.GetPackets());
+    const std::vector<BYTE> got = com.ReadUntil([](const std::vector<BYTE>& bytes) { return bytes.size() >= 128; });
+    ASSERT_EQ(got.size(), 128u);
+    EXPECT_EQ(std::memcmp(got.data(), page.GetPackets()[0], 128), 0);
+    CTestReassembler receiver(128);
+    receiver.FeedStream(got.data(), got.size());
+    ASSERT_EQ(receiver.Completed.size(), 1u);
+    EXPECT_EQ(receiver.Completed[0].Data, page.GetData());
+  }
+  port.Stop();
+  EXPECT_EQ(port.IsRunning(), 0);
+  EXPECT_EQ(port.GetHandle(), -1);
+}
+
+// The purge before each packet drops what the line has not taken yet, so on a slow
+// reader whole packets may go, but what arrives is always whole packets, and the last
+// packet of a burst, which nothing follows, always arrives.
+TEST(SerialPortThread, APurgedLineLosesWholePacketsNeverHalfOfOne) {
+  PacketSizeScope size(128, 50);
+  PseudoComPort com(2);
+  ASSERT_TRUE(com.Ok);
+  PackageScope scope(&com.Package);
+  CZOLSerialPort port(1);
+  port.SetComPort(2);
+  port.Start();
+  ASSERT_EQ(port.IsRunning(), 1);
+  COutputPage page(1, 3, 0, 10, "", "many.bin");
+  std::vector<BYTE> data(1500);
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<BYTE>(i * 131 + 7);
+  page.SetData(data);
+  page.BuildPackets();
+  const std::size_t packets = page.GetPackets().size();
+  ASSERT_GE(packets, 3u);
+  ASSERT_LE(packets, 20u);  // one burst
+  port.UpdatePage(page.GetPageKey(), page.GetSequenceLow(), page.GetPackets());
+  const BYTE* last = page.GetPackets().back();
+  const std::vector<BYTE> got = com.ReadUntil([&](const std::vector<BYTE>& bytes) {
+    return bytes.size() >= 128 && std::memcmp(bytes.data() + bytes.size() - 128, last, 128) == 0;
+  });
+  ASSERT_GE(got.size(), 128u);
+  ASSERT_EQ(got.size() % 128, 0u);
+  for (std::size_t at = 0; at < got.size(); at += 128) {
+    bool matches = false;
+    for (const BYTE* block : page.GetPackets()) matches |= std::memcmp(got.data() + at, block, 128) == 0;
+    EXPECT_TRUE(matches) << "block at " << at;
+  }
+  EXPECT_EQ(std::memcmp(got.data() + got.size() - 128, last, 128), 0);
+}
+
+TEST(SerialPort, TheBaudRateGoesToTheDeviceAsItStands) {
+  PseudoComPort com(4);
+  ASSERT_TRUE(com.Ok);
+  PackageScope scope(&com.Package);
+  for (DWORD rate : {9600u, 57600u, 230400u}) {
+    CIniFile ini("/nonexistent/none.ini");
+    ini.Write("port0", "port", 4);
+    ini.Write("port0", "baudrate", static_cast<int>(rate));
+    CZOLSerialPort port(1);
+    port.LoadSettings(ini, "port0");
+    EXPECT_EQ(port.GetBaudRate(), rate);
+    port.Start();
+    ASSERT_EQ(port.IsRunning(), 1);
+    EXPECT_EQ(platform::SerialBaudRate(port.GetHandle()), rate);
+    port.Stop();
+  }
+  // A rate the driver does not take fails the open: the port stays stopped.
+  CZOLSerialPort odd(2);
+  odd.SetComPort(4);
+  odd.SetBaudRate(12345);
+  odd.Start();
+  EXPECT_EQ(odd.IsRunning(), 0);
+}
+
+TEST(SerialPort, PortNumberZeroFailsTheStartAndThePortStaysStopped) {
+  PseudoComPort com(1);
+  PackageScope scope(&com.Package);
+  CZOLSerialPort port(1);
+  EXPECT_EQ(port.GetComPort(), 0u);
+  port.Start();
+  EXPECT_EQ(port.IsRunning(), 0);
+  EXPECT_EQ(port.GetHandle(), -1);
+  CZOLSerialPort missing(2);
+  missing.SetComPort(9);  // mapped to a path that does not exist
+  missing.Start();
+  EXPECT_EQ(missing.IsRunning(), 0);
+}
+
+TEST(SerialPort, ComPortOptionsListPresentPortsAndMarkTheChosenOne) {
+  PseudoComPort com(3);
+  ASSERT_TRUE(com.Ok);
+  PackageScope scope(&com.Package);
+  CZOLSerialPort port(1);
+  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3'>COM3");
+  port.SetComPort(3);
+  port.GetCOMPorts();
+  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3' SELECTED>COM3");
+  port.SetComPort(5);  // listed unseen, as an open port can't be opened twice
+  port.GetCOMPorts();
+  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3'>COM3<OPTION VALUE='5' SELECTED>COM5");
+  PseudoComPort none(0);
+  PackageScope inner(&none.Package);
+  CZOLSerialPort lonely(2);
+  EXPECT_EQ(lonely.GetComPortOptions(), "<OPTION VALUE='0'>None");
+}
+
+TEST(SerialPort, SettingsHaveTheirDefaultsAndAreWrittenInOrder) {
+  CIniFile ini("/nonexistent/none.ini");
+  CZOLSerialPort port(8);
+  port.LoadSettings(ini, "port0");
+  EXPECT_EQ(port.GetComPort(), 1u);
+  EXPECT_EQ(port.GetBaudRate(), 115200u);
+  EXPECT_EQ(port.GetParity(), 0);
+  EXPECT_EQ(port.GetDataBits(), 8);
+  EXPECT_EQ(port.GetStopBits(), 0);
+  EXPECT_EQ(port.GetPacketsPerBurst(), 20);
+  EXPECT_EQ(port.GetTypeName(), "Serial");
+  CIniFile out("/nonexistent/out.ini");
+  port.SaveSettings(out, "port0");
+  DWORD id = 0, com = 0, baud = 0;
+  out.Read("port0", "ID", id, 0);
+  out.Read("port0", "port", com, 0);
+  out.Read("port0", "baudrate", baud, 0);
+  EXPECT_EQ(id, 8u);
+  EXPECT_EQ(com, 1u);
+  EXPECT_EQ(baud, 115200u);
+}

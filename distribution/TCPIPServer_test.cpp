@@ -1,0 +1,296 @@
+#include "distribution/TCPIPServer.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <random>
+#include <thread>
+
+#include "distribution/OutputPage.h"
+#include "distribution/PacketFormat.h"
+#include "frame/platform/Sockets.h"
+#include "testing/LogCapture.h"
+#include "testing/PacketSizeScope.h"
+#include "testing/PageReassembler.h"
+
+namespace {
+
+bool WaitUntil(const std::function<bool()>& condition, int seconds = 30) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return condition();
+}
+
+// True when `line` is prefix, one or more characters of `digits`, then suffix.
+bool MatchesNumberLine(const std::string& line, const std::string& prefix, const std::string& digits,
+                       const std::string& suffix) {
+  if (line.size() <= prefix.size() + suffix.size()) return false;
+  if (line.compare(0, prefix.size(), prefix) != 0) return false;
+  if (line.compare(line.size() - suffix.size(), suffix.size(), suffix) != 0) return false;
+  const std::string middle = line.substr(prefix.size(), line.size() - prefix.size() - suffix.size());
+  return middle.find_first_not_of(digits) == std::string::npos;
+}
+
+std::vector<BYTE> RandomBytes(std::size_t size, unsigned seed) {
+  std::vector<BYTE> out(size);
+  std::mt19937 random(seed);
+  for (auto& b : out) b = static_cast<BYTE>(random());
+  return out;
+}
+
+// A test client on its own thread: reads the stream and rebuilds pages until it has
+// `pagesWanted`, or closes after `closeAfterBytes`, or gives up after 60 seconds.
+class Reader {
+ public:
+  Reader(std::uint16_t port, std::size_t pagesWanted, std::size_t closeAfterBytes = SIZE_MAX)
+      : Socket(platform::TcpConnect("127.0.0.1", port)), PagesWanted(pagesWanted), CloseAfter(closeAfterBytes) {}
+  ~Reader() {
+    Join();
+    platform::CloseSocket(Socket);
+  }
+  bool Connected() const { return Socket >= 0; }
+  // Should the accept queue be full, the kernel drops a handshake's last step; one byte
+  // from the client is retransmitted and carries it through. The server never reads it.
+  void Nudge() { platform::SendSome(Socket, "?", 1); }
+  void Begin() {
+    Thread = std::thread([this] { Loop(); });
+  }
+  void Join() {
+    if (Thread.joinable()) Thread.join();
+  }
+  CTestReassembler Receiver{128};
+  std::size_t BytesRead = 0;
+
+ private:
+  void Loop() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    std::vector<BYTE> buffer(65536);
+    while (std::chrono::steady_clock::now() < deadline && Receiver.Completed.size() < PagesWanted) {
+      if (!platform::WaitReadable(Socket, 100000)) continue;
+      const long got = platform::ReceiveSome(Socket, buffer.data(), buffer.size());
+      if (got <= 0) break;
+      BytesRead += static_cast<std::size_t>(got);
+      Receiver.FeedStream(buffer.data(), static_cast<std::size_t>(got));
+      if (BytesRead >= CloseAfter) {
+        platform::CloseSocket(Socket);
+        Socket = -1;
+        break;
+      }
+    }
+  }
+  int Socket;
+  std::size_t PagesWanted;
+  std::size_t CloseAfter;
+  std::thread Thread;
+};
+
+struct RunningServer {
+  LogCapturePackage Package;
+  PackageScope Scope{&Package};
+  std::uint16_t Port = platform::FindFreeTcpPort();
+  std::unique_ptr<CZOLTCPIPServer> Server = std::make_unique<CZOLTCPIPServer>(1);
+  RunningServer() {
+    Server->SetPort(Port);
+    Server->Start();
+  }
+  ~RunningServer() { Server.reset(); }
+  bool WaitRunning() {
+    return WaitUntil([&] { return Server->IsRunning() != 0; });
+  }
+  bool WaitClients(std::size_t count) {
+    return WaitUntil([&] { return Server->GetClientCount() == count; });
+  }
+};
+
+std::unique_ptr<COutputPage> BuiltPage(DWORD pageNumber, std::vector<BYTE> data) {
+  auto page = std::make_unique<COutputPage>(1, pageNumber, 1, 10, "", "p" + std::to_string(pageNumber) + ".bin");
+  page->SetData(std::move(data));
+  page->BuildPackets();
+  return page;
+}
+
+}  // namespace
+
+TEST(TCPIPServerPort, SeveralReadersGetEveryPageAndOneThatClosesIsRemoved) {
+  PacketSizeScope size(128);
+  RunningServer running;
+  ASSERT_TRUE(running.WaitRunning());
+  std::vector<std::unique_ptr<Reader>> readers;
+  for (int i = 0; i < 4; ++i) readers.push_back(std::make_unique<Reader>(running.Port, 3));
+  readers.push_back(std::make_unique<Reader>(running.Port, 3, 2000));
+  for (auto& reader : readers) ASSERT_TRUE(reader->Connected());
+  ASSERT_TRUE(running.WaitClients(5));
+  for (auto& reader : readers) reader->Begin();
+
+  std::vector<std::unique_ptr<COutputPage>> pages;
+  pages.push_back(BuiltPage(1, std::vector<BYTE>(1000, 'x')));
+  pages.push_back(BuiltPage(2, RandomBytes(50000, 1)));
+  pages.push_back(BuiltPage(3, RandomBytes(300000, 2)));
+  for (auto& page : pages) running.Server->UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+
+  for (int i = 0; i < 4; ++i) {
+    readers[static_cast<std::size_t>(i)]->Join();
+    const auto& completed = readers[static_cast<std::size_t>(i)]->Receiver.Completed;
+    ASSERT_EQ(completed.size(), 3u) << "reader " << i;
+    for (const ReceivedPage& got : completed) {
+      const auto& page = *pages[wire::PageNumber(got.PageIdentity) - 1];
+      EXPECT_EQ(got.Data, page.GetData());
+    }
+  }
+  EXPECT_TRUE(running.WaitClients(4));  // the one that closed is gone
+  const std::vector<std::string> lines = running.Package.GetLines();
+  EXPECT_EQ(lines.front(), "Starting TCP/IP server (Port " + std::to_string(running.Port) + ").");
+  int accepted = 0, closed = 0;
+  for (const std::string& line : lines) {
+    accepted += MatchesNumberLine(line, "Accepting Connection (Handle = 0x", "0123456789abcdef", ", IP = 127.0.0.1).");
+    closed += MatchesNumberLine(line, "Closing and removing socket (Handle = 0x04", "0123456789ABCDEF", ").");
+  }
+  EXPECT_EQ(accepted, 5);
+  EXPECT_EQ(closed, 1);
+  running.Server->Stop();
+  EXPECT_EQ(running.Server->GetClientCount(), 0u);
+  EXPECT_TRUE(running.Package.HasLine("Stopping TCP/IP server."));
+}
+
+TEST(TCPIPServerPort, SeventyClientsConnectingTogetherAllGetThePage) {
+  PacketSizeScope size(128);
+  RunningServer running;
+  ASSERT_TRUE(running.WaitRunning());
+  std::vector<std::unique_ptr<Reader>> readers(70);
+  {
+    std::vector<std::thread> connecting;
+    for (std::size_t i = 0; i < readers.size(); ++i) {
+      connecting.emplace_back([&, i] {
+        // All threads start together; their connects are spread over about a fifth of a
+        // second. Truly simultaneous handshakes overflow the accept queue of 10, and the
+        // kernel then admits the rest only through its retransmissions, over tens of
+        // seconds.
+        std::this_thread::sleep_for(std::chrono::milliseconds(3 * i));
+        readers[i] = std::make_unique<Reader>(running.Port, 1);
+        readers[i]->Nudge();
+      });
+    }
+    for (auto& thread : connecting) thread.join();
+  }
+  for (auto& reader : readers) ASSERT_TRUE(reader->Connected());
+  ASSERT_TRUE(running.WaitClients(70)) << running.Server->GetClientCount();
+  for (auto& reader : readers) reader->Begin();
+  auto page = BuiltPage(4, RandomBytes(20000, 3));
+  running.Server->UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+  for (auto& reader : readers) {
+    reader->Join();
+    ASSERT_EQ(reader->Receiver.Completed.size(), 1u);
+    EXPECT_EQ(reader->Receiver.Completed[0].Data, page->GetData());
+  }
+  EXPECT_EQ(running.Server->GetClientCount(), 70u);
+}
+
+TEST(TCPIPServerPort, AClientThatNeverReadsDoesNotHoldBackTheOthers) {
+  PacketSizeScope size(128);
+  RunningServer running;
+  ASSERT_TRUE(running.WaitRunning());
+  const int sleeper = platform::TcpConnect("127.0.0.1", running.Port, 4096);
+  ASSERT_GE(sleeper, 0);
+  Reader first(running.Port, 1), second(running.Port, 1);
+  ASSERT_TRUE(running.WaitClients(3));
+  first.Begin();
+  second.Begin();
+  // Larger than what the socket buffers of the sleeping client can take.
+  auto page = BuiltPage(5, RandomBytes(8 * 1024 * 1024, 4));
+  running.Server->UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+  first.Join();
+  second.Join();
+  ASSERT_EQ(first.Receiver.Completed.size(), 1u);
+  ASSERT_EQ(second.Receiver.Completed.size(), 1u);
+  EXPECT_EQ(first.Receiver.Completed[0].Data, page->GetData());
+  EXPECT_EQ(running.Server->GetClientCount(), 3u);  // still there, still waiting
+  running.Server->Stop();
+  platform::CloseSocket(sleeper);
+}
+
+TEST(TCPIPServerPort, ADeadClientWithNothingQueuedLingersUntilTheNextPage) {
+  PacketSizeScope size(128);
+  RunningServer running;
+  ASSERT_TRUE(running.WaitRunning());
+  const int client = platform::TcpConnect("127.0.0.1", running.Port);
+  ASSERT_GE(client, 0);
+  ASSERT_TRUE(running.WaitClients(1));
+  platform::CloseSocket(client);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_EQ(running.Server->GetClientCount(), 1u);  // never written to, so never noticed
+  auto page = BuiltPage(6, RandomBytes(40000, 5));
+  running.Server->UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+  EXPECT_TRUE(running.WaitClients(0));
+}
+
+TEST(TCPIPServerPort, AfterAFailedSendAClientTakesNoMorePages) {
+  PacketSizeScope size(128);
+  LogCapturePackage package;
+  PackageScope scope(&package);
+  const int listener = platform::OpenTcpSocket();
+  ASSERT_TRUE(platform::BindAnyAddress(listener, 0));
+  ASSERT_TRUE(platform::Listen(listener, 10));
+  const int peer = platform::TcpConnect("127.0.0.1", platform::LocalPort(listener));
+  std::uint32_t address = 0;
+  const int served = platform::AcceptConnection(listener, address);
+  ASSERT_GE(served, 0);
+  CZOLTCPIPSocket client(1, served, address);
+  EXPECT_EQ(client.IsRunning(), 1);
+  EXPECT_EQ(client.GetTypeName(), "TCP/IP");
+  platform::CloseSocket(peer);
+  auto page = BuiltPage(7, RandomBytes(40000, 6));
+  client.UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+  ASSERT_GT(client.GetQueueLength(), 100u);
+  ASSERT_TRUE(WaitUntil([&] {
+    client.Write();
+    return client.IsConnected() == 0;
+  }));
+  EXPECT_EQ(client.IsRunning(), 0);
+  auto next = BuiltPage(8, RandomBytes(1000, 7));
+  const std::size_t before = client.GetQueueLength();
+  client.UpdatePage(next->GetPageKey(), next->GetSequenceLow(), next->GetPackets());
+  EXPECT_EQ(client.GetQueueLength(), before);
+  platform::CloseSocket(listener);
+}
+
+TEST(TCPIPServerPort, ATakenPortLeavesTheServerNotRunningAndStartReturns) {
+  LogCapturePackage package;
+  PackageScope scope(&package);
+  const int holder = platform::OpenTcpSocket();
+  ASSERT_TRUE(platform::BindAnyAddress(holder, 0));
+  ASSERT_TRUE(platform::Listen(holder, 1));
+  CZOLTCPIPServer server(3);
+  server.SetPort(platform::LocalPort(holder));
+  server.Start();  // returns at once
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_EQ(server.IsRunning(), 0);
+  server.Stop();
+  EXPECT_EQ(server.IsRunning(), 0);
+  EXPECT_FALSE(package.HasLine("Stopping TCP/IP server."));
+  platform::CloseSocket(holder);
+}
+
+TEST(TCPIPServerPort, TheListenBacklogIsTen) {
+  EXPECT_EQ(CZOLTCPIPServer::kListenBacklog, 10);
+  RunningServer running;
+  ASSERT_TRUE(running.WaitRunning());
+  // The kernel shows a listening socket's backlog in the send-queue column.
+  const std::string command = "ss -ltnH 'sport = :" + std::to_string(running.Port) + "' 2>/dev/null";
+  std::FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) GTEST_SKIP() << "ss is not available";
+  char line[512] = {0};
+  const bool got = std::fgets(line, sizeof line, pipe) != nullptr;
+  pclose(pipe);
+  if (!got) GTEST_SKIP() << "ss printed nothing";
+  char state[64] = {0};
+  int receiveQueue = -1, sendQueue = -1;
+  ASSERT_EQ(std::sscanf(line, "%63s %d %d", state, &receiveQueue, &sendQueue), 3);
+  EXPECT_EQ(sendQueue, 10);
+}
