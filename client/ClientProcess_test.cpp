@@ -1,6 +1,7 @@
 // Runs the built zolclient program against a small TCP server on 127.0.0.1 and against
 // a pseudo-terminal, and looks at the files, lines and counts it leaves.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <atomic>
 #include <cstdlib>
