@@ -302,6 +302,30 @@ TEST(ClientProcessPort, MulticastClientJoinsTheGroupOnItsInterface) {
       << client.Stdout();
 }
 
+TEST(ClientProcessPort, SerialClientNoticesALineThatHangsUp) {
+  ScopedTempFolder temp;
+  int controller = -1;
+  int device = -1;
+  std::string deviceName;
+  ASSERT_TRUE(platform::OpenPseudoTerminal(controller, device, deviceName));
+  ClientProgram client(temp.Path(), "serial:" + deviceName + " --timeout 4 --reconnect-pause 0.5");
+  // A page coming through shows that the client has the line open; then the other end goes.
+  const auto page = handbuilt::PagePackets(1, 1, 0, 1, "", "h", Text("here"));
+  const std::uint64_t start = platform::MonotonicMilliseconds();
+  while (client.Stdout().find("site 1 page 1 h") == std::string::npos && !client.HasFinished() &&
+         platform::MonotonicMilliseconds() - start < 3500) {
+    if (platform::WaitWritable(controller, 100000)) platform::WriteSerial(controller, page[0].data(), page[0].size());
+    platform::SleepMilliseconds(20);
+  }
+  ASSERT_FALSE(client.HasFinished()) << client.Stderr();
+  platform::CloseSerial(device);
+  platform::CloseSerial(controller);
+  EXPECT_EQ(client.Wait(), 0);
+  EXPECT_NE(client.Stderr().find("zolclient: serial line " + deviceName + " lost; opening it again in 0.5 s"),
+            std::string::npos)
+      << client.Stderr();
+}
+
 TEST(ClientProcess, BadArgumentGivesOneLineAndStatusTwo) {
   ScopedTempFolder temp;
   ClientProgram client(temp.Path(), "tcp://127.0.0.1:1 --packet-size 200");
