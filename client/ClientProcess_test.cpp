@@ -1,9 +1,12 @@
 // Runs the built zolclient program against a small TCP server on 127.0.0.1 and against
 // a pseudo-terminal, and looks at the files, lines and counts it leaves.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <fstream>
+#include <random>
 #include <thread>
 
 #include "client/HandBuiltPackets.h"
@@ -23,8 +26,9 @@ using testfolders::ScopedTempFolder;
 // Runs zolclient with `arguments` on a thread; stdout and stderr go to files in `folder`.
 class ClientProgram {
  public:
-  ClientProgram(const fs::path& folder, const std::string& arguments) : Folder(folder) {
-    const std::string command = std::string(ZOL_BINARY_DIR) + "/zolclient " + arguments + " >" +
+  ClientProgram(const fs::path& folder, const std::string& arguments, const std::string& prefix = "")
+      : Folder(folder) {
+    const std::string command = prefix + std::string(ZOL_BINARY_DIR) + "/zolclient " + arguments + " >" +
                                 (folder / "stdout.txt").string() + " 2>" + (folder / "stderr.txt").string();
     Runner = std::thread([this, command] {
       Status = std::system(command.c_str());
@@ -222,6 +226,104 @@ TEST(ClientProcessPort, UdpClientTakesOneDatagramPerPacket) {
   // is up to timing, so only the count's presence is checked here; the scanner's own
   // tests assert the count).
   EXPECT_NE(stdoutText.find(", bad size "), std::string::npos) << stdoutText;
+}
+
+// Two network namespaces joined by a veth pair, with a multicast route on each side; the
+// sender lives in one, the client in the other. Needs root and the ip tool.
+class NamespacePair {
+ public:
+  NamespacePair() {
+    std::random_device random;
+    Tag = std::to_string(random() % 100000);
+    Sender = "zolcs" + Tag;
+    Receiver = "zolcr" + Tag;
+    const std::string veth = "zcs" + Tag;
+    const std::string peer = "zcr" + Tag;
+    Ready = Run("ip netns add " + Sender) && Run("ip netns add " + Receiver) &&
+            Run("ip link add " + veth + " type veth peer name " + peer) &&
+            Run("ip link set " + veth + " netns " + Sender) && Run("ip link set " + peer + " netns " + Receiver) &&
+            Run("ip -n " + Sender + " addr add 10.251.0.1/24 dev " + veth) &&
+            Run("ip -n " + Receiver + " addr add 10.251.0.2/24 dev " + peer) &&
+            Run("ip -n " + Sender + " link set " + veth + " up") && Run("ip -n " + Receiver + " link set " + peer + " up") &&
+            Run("ip -n " + Sender + " link set lo up") && Run("ip -n " + Receiver + " link set lo up") &&
+            Run("ip -n " + Sender + " route add 224.0.0.0/4 dev " + veth) &&
+            Run("ip -n " + Receiver + " route add 224.0.0.0/4 dev " + peer);
+    ReceiverInterface = peer;
+  }
+  ~NamespacePair() {
+    Run("ip netns del " + Sender);
+    Run("ip netns del " + Receiver);
+  }
+  static bool Run(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
+
+  bool Ready = false;
+  std::string Tag, Sender, Receiver, ReceiverInterface;
+};
+
+TEST(ClientProcessPort, MulticastClientJoinsTheGroupOnItsInterface) {
+  if (std::system("[ \"$(id -u)\" = 0 ] && command -v ip >/dev/null && command -v python3 >/dev/null") != 0) {
+    GTEST_SKIP() << "needs root, ip and python3 for network namespaces";
+  }
+  NamespacePair pair;
+  if (!pair.Ready) GTEST_SKIP() << "network namespaces could not be made here";
+  ScopedTempFolder temp;
+  const fs::path out = temp.Path() / "out";
+  const Bytes data = LongText(2500, 21);
+  const auto page = handbuilt::PagePackets(4, 8, 0, 3, "m/", "multi.bin", data);
+  {
+    std::ofstream file(temp.Path() / "packets.bin", std::ios::binary);
+    const Bytes all = handbuilt::Join(page);
+    file.write(reinterpret_cast<const char*>(all.data()), static_cast<std::streamsize>(all.size()));
+  }
+  // The sender sends each 128-byte block as one datagram, with the group's TTL of 2, round
+  // and round until the stop file appears or 30 seconds pass.
+  const fs::path stop = temp.Path() / "stop";
+  const std::string sender =
+      "ip netns exec " + pair.Sender + " python3 -c '"
+      "import socket,time,os,sys\n"
+      "data=open(sys.argv[1],\"rb\").read()\n"
+      "s=socket.socket(socket.AF_INET,socket.SOCK_DGRAM)\n"
+      "s.setsockopt(socket.IPPROTO_IP,socket.IP_MULTICAST_TTL,2)\n"
+      "end=time.time()+30\n"
+      "while time.time()<end and not os.path.exists(sys.argv[2]):\n"
+      "  [s.sendto(data[i:i+128],(\"239.254.1.2\",7125)) for i in range(0,len(data),128)]\n"
+      "  time.sleep(0.05)\n"
+      "' " + (temp.Path() / "packets.bin").string() + " " + stop.string() + " >/dev/null 2>&1";
+  std::thread senderThread([&] { std::system(sender.c_str()); });
+  ClientProgram client(temp.Path(), "udp://239.254.1.2:7125 --interface " + pair.ReceiverInterface + " --out " +
+                                        out.string() + " --until-complete 1 --timeout 20 --stats",
+                       "ip netns exec " + pair.Receiver + " ");
+  const int status = client.Wait();
+  { std::ofstream(stop) << "stop"; }
+  senderThread.join();
+  EXPECT_EQ(status, 0) << client.Stderr();
+  EXPECT_EQ(ReadWholeFile(out / "m/multi.bin"), std::string(data.begin(), data.end()));
+  EXPECT_NE(client.Stdout().find("site 4 page 8 m/multi.bin 2500 bytes version 0.3\n"), std::string::npos)
+      << client.Stdout();
+}
+
+TEST(ClientProcessPort, SerialClientNoticesALineThatHangsUp) {
+  ScopedTempFolder temp;
+  int controller = -1;
+  int device = -1;
+  std::string deviceName;
+  ASSERT_TRUE(platform::OpenPseudoTerminal(controller, device, deviceName));
+  ClientProgram client(temp.Path(), "serial:" + deviceName + " --timeout 4 --reconnect-pause 0.5");
+  // A page coming through shows that the client has the line open; then the other end goes.
+  const auto page = handbuilt::PagePackets(1, 1, 0, 1, "", "h", Text("here"));
+  const std::uint64_t start = platform::MonotonicMilliseconds();
+  while (client.Stdout().find("site 1 page 1 h") == std::string::npos && !client.HasFinished() &&
+         platform::MonotonicMilliseconds() - start < 3500) {
+    if (platform::WaitWritable(controller, 100000)) platform::WriteSerial(controller, page[0].data(), page[0].size());
+    platform::SleepMilliseconds(20);
+  }
+  ASSERT_FALSE(client.HasFinished()) << client.Stderr();
+  platform::CloseSerial(device);
+  platform::CloseSerial(controller);
+  EXPECT_EQ(client.Wait(), 0);
+  EXPECT_NE(client.Stderr().find("zolclient: serial line " + deviceName + " lost; opening it again in 0.5 s"),
+            std::string::npos)
+      << client.Stderr();
 }
 
 TEST(ClientProcess, BadArgumentGivesOneLineAndStatusTwo) {
