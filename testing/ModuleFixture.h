@@ -1,9 +1,11 @@
 // A package with its own application directory, installed as the module's package for
-// the life of the fixture.
+// the life of the fixture. The module-wide packet values that loading settings may change
+// are put back at the end.
 #pragma once
 
 #include <string>
 
+#include "distribution/ZOLServer.h"
 #include "frame/Package.h"
 #include "testing/TempDir.h"
 
@@ -16,7 +18,11 @@ class PackageScope {
   }
   PackageScope(const PackageScope&) = delete;
   PackageScope& operator=(const PackageScope&) = delete;
-  ~PackageScope() { SetModulePackage(Previous); }
+  ~PackageScope() {
+    SetModulePackage(Previous);
+    PacketSize = OldPacketSize;
+    PacketDelay = OldPacketDelay;
+  }
 
   // Writes the module's configuration file.
   void WriteSettings(const std::string& text) const { Folder.Write("Config/ZOLServer.ini", text); }
@@ -26,4 +32,6 @@ class PackageScope {
 
  private:
   CPackage* Previous = nullptr;
+  DWORD OldPacketSize = PacketSize;
+  DWORD OldPacketDelay = PacketDelay;
 };
