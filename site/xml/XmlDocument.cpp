@@ -233,12 +233,16 @@ bool CXmlDocument::SetData(const std::string& text, bool asCData) {
     std::string replacement;
     if (endTagLength == 0) {
       // "<name .../>" is opened: its "/>" becomes ">", and an end tag follows the content.
+      // Every "/" directly before the ">" goes, so that the tag cannot read as empty again.
       const std::string endTag = "</" + GetTagName() + ">";
       if (endTag.size() > XmlElementRecord::kMaxEndTagLength) return false;
-      replaceAt = record.Offset() + startTagLength - 2;
-      replaceLength = 2;
+      const DWORD greaterThan = record.Offset() + startTagLength - 1;
+      DWORD slashes = 0;
+      while (m_doc[greaterThan - slashes - 1] == '/') ++slashes;
+      replaceAt = greaterThan - slashes;
+      replaceLength = slashes + 1;
       replacement = ">" + content + endTag;
-      startTagLength -= 1;
+      startTagLength -= slashes;
       endTagLength = static_cast<DWORD>(endTag.size());
     } else {
       replaceAt = record.Offset() + startTagLength;

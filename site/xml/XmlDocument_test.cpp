@@ -383,6 +383,17 @@ TEST(XmlSetData, EmptyElementIsOpenedWithAnEndTag) {
   EXPECT_EQ(doc.GetDocument(), "<zol><zol_label type=\"runname\"><![CDATA[x]]></zol_label></zol>");
 }
 
+TEST(XmlSetData, EveryClosingSlashOfAnEmptyTagGoes) {
+  CXmlDocument doc("<r><a x=\"1\"//><b/></r>");
+  ASSERT_TRUE(doc.FindChildElement("a"));
+  ASSERT_TRUE(doc.IntoElement());
+  ASSERT_TRUE(doc.SetData("v", false));
+  EXPECT_EQ(doc.GetDocument(), "<r><a x=\"1\">v</a><b/></r>");
+  CXmlDocument again(doc.GetDocument().c_str());
+  EXPECT_EQ(again.GetError(), "");
+  EXPECT_EQ(again.GetElementCount(), 3u);
+}
+
 TEST(XmlSetData, ElementWithChildrenIsRefused) {
   CXmlDocument doc("<a><b/></a>");
   ASSERT_TRUE(doc.FindElement());
