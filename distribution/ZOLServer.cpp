@@ -13,6 +13,7 @@
 #include "frame/Package.h"
 #include "frame/platform/Paths.h"
 #include "site/ZOLServerSite.h"
+#include "web/ServerPages.h"
 
 DWORD PacketSize = 128;
 DWORD PacketDelay = 1;
@@ -25,6 +26,9 @@ CZOLServer::CZOLServer() {
     Name = "ZOL Server";
     ShortName = "zol";
     HomePage = "_server/index.html";
+    // The main page with its port and site tables comes with the administration pages.
+    WebServerAddPage(new CDeletePortPage(this));
+    WebServerAddPage(new CFilePage(this));
     LoadSettings();
   });
 }
