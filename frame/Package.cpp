@@ -11,6 +11,12 @@ namespace {
 
 CPackage* g_Package = nullptr;
 
+// Ends a variable argument list also when the lookup throws.
+struct ArgumentListEnd {
+  va_list& List;
+  ~ArgumentListEnd() { va_end(List); }
+};
+
 // A text is a printf format; the buffer grows to keep long texts whole.
 std::string FormatText(const std::string& format, va_list args) {
   std::vector<char> out(512);
@@ -122,10 +128,7 @@ std::string CPackage::GetTranslationArgs(const char* key, va_list args) const {
 std::string CPackage::GetTranslation(const char* key, ...) const {
   va_list args;
   va_start(args, key);
-  struct EndArgs {
-    va_list& list;
-    ~EndArgs() { va_end(list); }
-  } endArgs{args};
+  const ArgumentListEnd end{args};
   return Guarded("CPackage::GetTranslation()", [&] { return GetTranslationArgs(key, args); });
 }
 
@@ -172,9 +175,6 @@ std::string GetTranslation(const char* key, ...) {
   const CPackage* package = g_Package != nullptr ? g_Package : &builtIn;
   va_list args;
   va_start(args, key);
-  struct EndArgs {
-    va_list& list;
-    ~EndArgs() { va_end(list); }
-  } endArgs{args};
+  const ArgumentListEnd end{args};
   return package->GetTranslationArgs(key, args);
 }

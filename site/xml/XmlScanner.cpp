@@ -113,34 +113,21 @@ XmlToken CXmlScanner::ScanTag() {
 }
 
 XmlToken CXmlScanner::ScanStartTag(DWORD start) {
-  XmlToken tag{XmlTokenKind::StartTag, start, 0, start + 1, 0};
-  tag.NameLength = NameLength(m_doc, tag.NameOffset, m_end);
-  DWORD p = tag.NameOffset + tag.NameLength;
-  while (p < m_end) {
-    const char c = m_doc[p];
-    if (c == '>') {
-      if (m_doc[p - 1] == '/') tag.Kind = XmlTokenKind::EmptyTag;
-      m_pos = p + 1;
-      tag.Length = m_pos - start;
-      return tag;
-    }
-    if (c == '"' || c == '\'') {
-      p = SkipQuoted(p);
-      if (p == 0) break;
-    } else {
-      ++p;
-    }
-  }
-  return Fail("%s at offset %d unterminated", "Element tag", start);
+  return ScanElementTag(XmlTokenKind::StartTag, start, start + 1, "Element tag");
 }
 
 XmlToken CXmlScanner::ScanEndTag(DWORD start) {
-  XmlToken tag{XmlTokenKind::EndTag, start, 0, start + 2, 0};
+  return ScanElementTag(XmlTokenKind::EndTag, start, start + 2, "Element end tag");
+}
+
+XmlToken CXmlScanner::ScanElementTag(XmlTokenKind kind, DWORD start, DWORD nameOffset, const char* what) {
+  XmlToken tag{kind, start, 0, nameOffset, 0};
   tag.NameLength = NameLength(m_doc, tag.NameOffset, m_end);
   DWORD p = tag.NameOffset + tag.NameLength;
   while (p < m_end) {
     const char c = m_doc[p];
     if (c == '>') {
+      if (kind == XmlTokenKind::StartTag && m_doc[p - 1] == '/') tag.Kind = XmlTokenKind::EmptyTag;
       m_pos = p + 1;
       tag.Length = m_pos - start;
       return tag;
@@ -152,7 +139,7 @@ XmlToken CXmlScanner::ScanEndTag(DWORD start) {
       ++p;
     }
   }
-  return Fail("%s at offset %d unterminated", "Element end tag", start);
+  return Fail("%s at offset %d unterminated", what, start);
 }
 
 XmlToken CXmlScanner::ScanDoctype(DWORD start) {

@@ -52,6 +52,8 @@ class CXmlScanner {
   XmlToken ScanTag();
   XmlToken ScanStartTag(DWORD start);
   XmlToken ScanEndTag(DWORD start);
+  // A start or end tag from its "<" up to the closing ">", quoted values skipped.
+  XmlToken ScanElementTag(XmlTokenKind kind, DWORD start, DWORD nameOffset, const char* what);
   XmlToken ScanDoctype(DWORD start);
   // Offset behind `closer` searched from `from`, or 0 when it is not there.
   DWORD FindCloser(DWORD from, const char* closer) const;
