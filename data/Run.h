@@ -135,3 +135,6 @@ class CRMCRun : public CRun {
   void OnClearAllPassings() override;
   CRMData* RMData = nullptr;
 };
+
+// Whether a run type is one that has results: practice, qualify or race.
+inline BOOL RunTypeHasResults(BYTE type) { return type <= 2 ? TRUE : FALSE; }
