@@ -72,7 +72,11 @@ BOOL CBaseCompetitorContainer::CompetitorToTransponderMap(const CBaseCompetitor*
     BOOL entered = FALSE;
     for (std::size_t i = 0; i < competitor->Transponders.size(); ++i) {
       const DWORD number = competitor->GetTransponder(static_cast<int>(i), FALSE);
-      if (number == 0 || number == 0xFFFFFFFF) continue;
+      // "No transponder" is all ones on the wire: tested before the type bits are masked
+      // off, as the masked value would otherwise enter as number 0x1FFFFFFF.
+      if (number == 0 || number == 0xFFFFFFFF || competitor->GetTransponder(static_cast<int>(i), TRUE) == 0xFFFFFFFF) {
+        continue;
+      }
       if (Transponders.emplace(number, competitor->UniqueID).second) entered = TRUE;
     }
     return entered;
