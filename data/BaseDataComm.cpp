@@ -83,7 +83,8 @@ std::vector<CBaseField*>* CBaseDataComm::GetFieldVector(DWORD kind) {
 
 Cevent* CBaseDataComm::EventGetRoot(Cevent* event) const {
   return Guarded("CBaseDataComm::EventGetRoot()", [&]() -> Cevent* {
-    while (event != nullptr) {
+    // A chain longer than the map holds events runs in a circle: it has no root.
+    for (std::size_t steps = 0; event != nullptr && steps <= Events.size(); ++steps) {
       if (event->ParentID == kNoParent) return event;
       event = FindEvent(event->ParentID);
     }

@@ -188,3 +188,15 @@ TEST_F(Runs, EventModifyReportsDeleteAsRemoval) {
   link.Apply(DataEncoder::ModifyEvent(event));
   EXPECT_EQ(events.Kinds, (std::vector<int>{3, 1}));
 }
+
+TEST_F(Runs, EventRootOfACircleOfParentsIsNull) {
+  Cevent a(nullptr);
+  a.UniqueID = 0x80000010;
+  a.ParentID = 0x80000011;
+  Cevent b(nullptr);
+  b.UniqueID = 0x80000011;
+  b.ParentID = 0x80000010;
+  link.Apply(DataEncoder::AddEvent(a));
+  link.Apply(DataEncoder::AddEvent(b));
+  EXPECT_EQ(link.Data().EventGetRoot(link.Store().FindEvent(0x80000010)), nullptr);
+}
