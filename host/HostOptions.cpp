@@ -32,6 +32,8 @@ std::string HostUsage() {
          "  --com N=DEVICE     serial port number N is the device DEVICE (repeatable;\n"
          "                     without a mapping COM N is /dev/ttyS<N-1>)\n"
          "  --code-page NAME   code page of text from the data manager (default CP1252)\n"
+         "  --race FILE        run a stand-in data manager that plays the race described in\n"
+         "                     FILE (JSON, see examples/race.json)\n"
          "  --verbose          log every message in and out with ID, class and payload size\n"
          "  --help             show this text\n";
 }
@@ -59,6 +61,8 @@ std::optional<HostOptions> ParseHostOptions(const std::vector<std::string>& argu
       if (!value(options.ModulePath)) return std::nullopt;
     } else if (argument == "--language") {
       if (!value(options.LanguageFile)) return std::nullopt;
+    } else if (argument == "--race") {
+      if (!value(options.RaceFile)) return std::nullopt;
     } else if (argument == "--code-page") {
       if (!value(options.CodePage)) return std::nullopt;
     } else if (argument == "--com") {

@@ -10,6 +10,7 @@ struct HostOptions {
   std::string ModulePath;
   std::string ApplicationDirectory = ".";
   std::string LanguageFile;
+  std::string RaceFile;
   std::string CodePage = "CP1252";
   std::map<int, std::string> ComPorts;
   bool Verbose = false;

@@ -96,3 +96,26 @@ TEST(ZolhostProcess, HelpExplainsEveryOption) {
     EXPECT_NE(out.find(option), std::string::npos) << option;
   }
 }
+
+TEST(ZolhostProcess, DataManagerStandInPlaysTheExampleRace) {
+  TempDir logs;
+  ChildProcess host(kHost, {"--appdir", logs.Path(), "--race", kExamples + "/race.json", "--verbose"}, logs.Path());
+  ASSERT_TRUE(host.WaitForStderr("message in: id 0x8020 from class 5", 10)) << host.Stderr();
+  host.Signal(SIGTERM);
+  ASSERT_EQ(host.WaitForExit(5), std::optional<int>(0));
+  const std::string log = host.Stderr();
+  EXPECT_NE(log.find("message out: id 0x0000 to class 5"), std::string::npos) << log;
+  EXPECT_NE(log.find("message in: id 0x0002 from class 5"), std::string::npos) << log;
+  EXPECT_EQ(log.find("exception"), std::string::npos) << log;
+}
+
+TEST(ZolhostProcess, UnreadableRaceFileIsOneLineAndExitTwo) {
+  TempDir logs;
+  const std::string broken = logs.Write("race.json", "{ \"track\": ");
+  std::string err;
+  const auto status = RunToEnd(kHost, {"--appdir", logs.Path(), "--race", broken}, logs.Path(), 10, nullptr, &err);
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(*status, 2);
+  EXPECT_NE(err.find("zolhost: "), std::string::npos) << err;
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+}

@@ -1,10 +1,13 @@
 // zolhost: runs the ZOL Server module on its own, as the installation's host would.
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "frame/platform/Paths.h"
 #include "frame/platform/Signals.h"
+#include "frame/platform/Interfaces.h"
+#include "host/DataManagerPeer.h"
 #include "host/ModuleHost.h"
 
 int main(int argc, char** argv) {
@@ -25,6 +28,14 @@ int main(int argc, char** argv) {
   }
 
   CModuleHost host(*options);
+  if (!options->RaceFile.empty()) {
+    auto dataManager = std::make_unique<CDataManagerPeer>(platform::LocalIPv4Address());
+    if (!dataManager->LoadRace(options->RaceFile, error)) {
+      std::fprintf(stderr, "zolhost: %s\n", error.c_str());
+      return 2;
+    }
+    host.AddPeer(std::move(dataManager));
+  }
   if (!host.Load()) {
     std::fprintf(stderr, "zolhost: %s\n", host.Error().c_str());
     return 2;
@@ -34,6 +45,9 @@ int main(int argc, char** argv) {
   std::fprintf(stderr, "zolhost: module \"%.64s\", class %u, version %u.%u.%u\n", info.ModuleName,
                static_cast<unsigned>(info.ModuleClass), version >> 24, (version >> 16) & 0xFF, version & 0xFFFF);
   std::fprintf(stderr, "zolhost: application directory %s\n", options->ApplicationDirectory.c_str());
+  if (!options->RaceFile.empty()) {
+    std::fprintf(stderr, "zolhost: data manager stand-in plays %s\n", options->RaceFile.c_str());
+  }
 
   if (!host.Start()) {
     std::fprintf(stderr, "zolhost: %s\n", host.Error().c_str());

@@ -1,0 +1,84 @@
+// The host around the real module library: an exception that leaves the module is
+// reported with its trail and the host goes on.
+#include "host/ModuleHost.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include "testing/TempDir.h"
+
+namespace {
+
+// A data manager that answers the connect request properly and the all-data request
+// with a payload far shorter than its fields.
+class ShortAnsweringPeer : public CHostPeer {
+ public:
+  WORD PeerClass() const override { return kDataManagerClass; }
+  DWORD PeerInstance() const override { return 0; }
+  DWORD PeerComputer() const override { return 0x0100007F; }
+  std::vector<CModuleMessage*> Receive(CModuleMessage& message) override {
+    auto* reply = new CModuleMessage(message.ID, kZolServerClass, 0, 0);
+    if (message.ID == 2) *reply << 5;  // a count, and then nothing
+    return {reply};
+  }
+};
+
+HostOptions OptionsFor(const TempDir& appdir) {
+  HostOptions options;
+  options.ModulePath = std::string(ZOL_BINARY_DIR) + "/libzolserver.so";
+  options.ApplicationDirectory = appdir.Path();
+  return options;
+}
+
+bool WaitFor(const std::function<bool()>& condition, double seconds) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+}  // namespace
+
+TEST(ModuleHostThread, ShortMessageIsReportedWithItsTrailAndTheHostGoesOn) {
+  TempDir appdir;
+  CModuleHost host(OptionsFor(appdir));
+  ASSERT_TRUE(host.Load()) << host.Error();
+  host.AddPeer(std::make_unique<ShortAnsweringPeer>());
+  testing::internal::CaptureStderr();
+  ASSERT_TRUE(host.Start()) << host.Error();
+  const bool ticking = WaitFor([&] { return host.TimerTicks() >= 3; }, 10);
+  host.Stop();
+  const std::string log = testing::internal::GetCapturedStderr();
+  ASSERT_TRUE(ticking) << log;
+  EXPECT_NE(log.find("exception in ProcessMessage: CTTBuffer: read past the end of the message <- CTTBuffer::operator>>"),
+            std::string::npos)
+      << log;
+  EXPECT_NE(log.find("<- CZOLServer::ProcessMessage()"), std::string::npos) << log;
+}
+
+TEST(ModuleHostThread, TimerRunsAtTheIntervalTheModuleAskedFor) {
+  TempDir appdir;
+  CModuleHost host(OptionsFor(appdir));
+  ASSERT_TRUE(host.Load()) << host.Error();
+  testing::internal::CaptureStderr();
+  ASSERT_TRUE(host.Start()) << host.Error();
+  EXPECT_TRUE(WaitFor([&] { return host.TimerInterval() == 200; }, 10));
+  EXPECT_TRUE(WaitFor([&] { return host.TimerTicks() >= 2; }, 10));
+  host.Stop();
+  testing::internal::GetCapturedStderr();
+}
+
+TEST(ModuleHost, MissingModuleFailsToLoadWithAReason) {
+  TempDir appdir;
+  HostOptions options = OptionsFor(appdir);
+  options.ModulePath = appdir.Path() + "/absent.so";
+  CModuleHost host(options);
+  EXPECT_FALSE(host.Load());
+  EXPECT_NE(host.Error().find("cannot load module"), std::string::npos) << host.Error();
+}
