@@ -34,7 +34,7 @@ CZOLServer::CZOLServer() {
 }
 
 CZOLServer::~CZOLServer() {
-  // Sites go before the ports, so that no port thread outlives a page it was fed from.
+  // Sites go first: they hold pointers to the ports.
   for (CZOLServerSite* site : Sites) delete site;
   Sites.clear();
   // Each port stops its thread in its destructor.
