@@ -273,6 +273,22 @@ class CSampleMaker {
 };
 
 // The computer that the module takes as its own.
+// A track (ID 1) with a root event 0x80000001 on it and a group event 0x80000002 below
+// the root: the smallest frame for runs and merges.
+inline void AddTrackAndEventGroup(CBaseDataComm& model) {
+  auto* track = new CTrack(nullptr);
+  track->UniqueID = 1;
+  model.Tracks[1] = track;
+  auto* root = new Cevent(nullptr);
+  root->UniqueID = 0x80000001;
+  root->TrackID = 1;
+  model.Events[root->UniqueID] = root;
+  auto* group = new Cevent(nullptr);
+  group->UniqueID = 0x80000002;
+  group->ParentID = 0x80000001;
+  model.Events[group->UniqueID] = group;
+}
+
 inline DWORD LocalComputerForTests() {
   const CPackage* package = GetPackage();
   return package != nullptr ? package->LocalAddress : 0;

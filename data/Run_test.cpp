@@ -21,17 +21,7 @@ struct CRunsLog : CRunsObserver {
 struct Runs : ::testing::Test {
   void SetUp() override {
     CBaseDataComm model;
-    auto* track = new CTrack(nullptr);
-    track->UniqueID = 1;
-    model.Tracks[1] = track;
-    auto* root = new Cevent(nullptr);
-    root->UniqueID = 0x80000001;
-    root->TrackID = 1;
-    model.Events[root->UniqueID] = root;
-    auto* group = new Cevent(nullptr);
-    group->UniqueID = 0x80000002;
-    group->ParentID = 0x80000001;
-    model.Events[group->UniqueID] = group;
+    AddTrackAndEventGroup(model);
     link.Apply(DataEncoder::Snapshot(model));
     observer.Attach(&link.comm);
     runsLog.Attach(&link.Store());
