@@ -22,6 +22,16 @@ struct Link : ::testing::Test {
   void Report(DWORD computer, BOOL present, DWORD instance = 1) {
     comm.OnModifyModule(kDataManagerClass, instance, computer, present);
   }
+  // A local data manager connects and sends a snapshot holding event 0x80000001.
+  void GoLiveWithOneEvent() {
+    Report(LocalComputerForTests(), TRUE);
+    Deliver(comm, DataEncoder::Connected());
+    CBaseDataComm model;
+    auto* event = new Cevent(nullptr);
+    event->UniqueID = 0x80000001;
+    model.Events[event->UniqueID] = event;
+    Deliver(comm, DataEncoder::Snapshot(model));
+  }
   std::vector<WORD> ToDataManager() const { return module.DataManagerIDs(); }
   std::vector<WORD> ToHost() const { return module.HostIDs(); }
 
@@ -260,13 +270,7 @@ TEST_F(Link, DefaultRunWithTheActiveBitIsBothDefaultAndActive) {
 }
 
 TEST_F(Link, CompetitorMessageWithAnOwnerWithoutKindBitIsDropped) {
-  Report(LocalComputerForTests(), TRUE);
-  Deliver(comm, DataEncoder::Connected());
-  CBaseDataComm model;
-  auto* event = new Cevent(nullptr);
-  event->UniqueID = 0x80000001;
-  model.Events[event->UniqueID] = event;
-  Deliver(comm, DataEncoder::Snapshot(model));
+  GoLiveWithOneEvent();
   CBaseCompetitor competitor;
   competitor.UniqueID = 1;
   auto* message = DataEncoder::AddCompetitors(0x00000001, {&competitor});
@@ -325,13 +329,7 @@ TEST_F(Link, UnknownIDsAndKeysAreDroppedSilently) {
 }
 
 TEST_F(Link, MessageThatEndsEarlyThrowsThroughTheGuardsAndKeepsWhatWasApplied) {
-  Report(LocalComputerForTests(), TRUE);
-  Deliver(comm, DataEncoder::Connected());
-  CBaseDataComm model;
-  auto* event = new Cevent(nullptr);
-  event->UniqueID = 0x80000001;
-  model.Events[event->UniqueID] = event;
-  Deliver(comm, DataEncoder::Snapshot(model));
+  GoLiveWithOneEvent();
   CBaseCompetitor a;
   a.UniqueID = 1;
   a.Number = "A";
