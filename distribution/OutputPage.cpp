@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "distribution/DeflateMemory.h"
 #include "distribution/PacketFormat.h"
 #include "distribution/ZOLServer.h"
 #include "frame/KVTException.h"
@@ -21,14 +22,18 @@ void AppendDword(std::vector<BYTE>& out, DWORD value) {
   for (int shift = 0; shift < 32; shift += 8) out.push_back(static_cast<BYTE>((value >> shift) & 0xFF));
 }
 
-// gzip-wrapped deflate in one call. Returns false unless the stream was finished.
-bool CompressPageRecord(const std::vector<BYTE>& record, std::vector<BYTE>& out, DWORD& compressedSize) {
+// gzip-wrapped deflate in one call into `out` from byte `at` on. Returns false unless the
+// stream was finished.
+bool CompressPageRecord(const std::vector<BYTE>& record, std::vector<BYTE>& out, std::size_t at,
+                        DWORD& compressedSize) {
   z_stream stream{};
+  stream.zalloc = deflate_memory::Allocate;
+  stream.zfree = deflate_memory::Free;
   if (deflateInit2(&stream, -1, 8, 31, 8, 0) != Z_OK) return false;
   stream.next_in = const_cast<Bytef*>(record.data());
   stream.avail_in = static_cast<uInt>(record.size());
-  stream.next_out = out.data();
-  stream.avail_out = static_cast<uInt>(out.size());
+  stream.next_out = out.data() + at;
+  stream.avail_out = static_cast<uInt>(out.size() - at);
   const int result = deflate(&stream, Z_FINISH);
   const uLong produced = stream.total_out;
   deflateEnd(&stream);
@@ -201,16 +206,17 @@ void COutputPage::BuildPackets() {
     // under the gzip wrapper, so the room is at least what the library may need.
     CompressedSize = 2 * PlainSize;
     const std::size_t room = std::max<std::size_t>(CompressedSize, deflateBound(nullptr, PlainSize) + 18);
-    std::vector<BYTE> stream(room);
+    // The page stream: PlainSize and CompressedSize, then the compressed record.
+    constexpr std::size_t kSizeHeader = 8;
+    std::vector<BYTE> stream(kSizeHeader + room);
     DWORD produced = 0;
-    if (CompressPageRecord(record, stream, produced)) CompressedSize = produced;
+    if (CompressPageRecord(record, stream, kSizeHeader, produced)) CompressedSize = produced;
     // A failed compression goes out as the buffer holds it; the client rejects it.
-    stream.resize(CompressedSize);
-
+    stream.resize(kSizeHeader + CompressedSize);
     std::vector<BYTE> header;
     AppendDword(header, PlainSize);
     AppendDword(header, CompressedSize);
-    stream.insert(stream.begin(), header.begin(), header.end());
+    std::copy(header.begin(), header.end(), stream.begin());
 
     wire::InsertEscapes(stream);
     CutIntoPackets(stream);
