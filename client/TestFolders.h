@@ -4,38 +4,22 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "testing/TempDir.h"
+
 namespace testfolders {
 
+// The project's scratch folder, seen as a filesystem path.
 class ScopedTempFolder {
  public:
-  ScopedTempFolder() {
-    std::random_device random;
-    for (int attempt = 0; attempt < 100; ++attempt) {
-      const std::filesystem::path candidate =
-          std::filesystem::temp_directory_path() / ("zolclient-test-" + std::to_string(random()) + std::to_string(random()));
-      std::error_code code;
-      if (std::filesystem::create_directory(candidate, code)) {
-        Root = candidate;
-        return;
-      }
-    }
-  }
-  ~ScopedTempFolder() {
-    std::error_code code;
-    if (!Root.empty()) std::filesystem::remove_all(Root, code);
-  }
-  ScopedTempFolder(const ScopedTempFolder&) = delete;
-  ScopedTempFolder& operator=(const ScopedTempFolder&) = delete;
-
   const std::filesystem::path& Path() const { return Root; }
 
  private:
-  std::filesystem::path Root;
+  TempDir Folder;
+  std::filesystem::path Root{Folder.Path()};
 };
 
 inline std::string ReadWholeFile(const std::filesystem::path& path) {
