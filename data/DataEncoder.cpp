@@ -45,7 +45,7 @@ void WriteRunBody(CTTBuffer& buffer, const CBaseRun& run) {
   buffer << run.Tag << run.Flags << run.EventID << run.Name << run.RunParam1 << run.RunParam2 << run.StartTime
          << run.EndTime << run.RunType << run.Name2 << run.RunParam3 << run.RunParam4;
   WriteStringList(buffer, run.FieldValues);
-  WriteParameterBlock(buffer, run.Parameters);
+  run.Parameters.ParametersToBuffer(buffer);
 }
 
 void WriteRangeBody(CTTBuffer& buffer, const CBaseRange& range) {
@@ -60,7 +60,7 @@ void WriteMergeBody(CTTBuffer& buffer, const CBaseMerge& merge) {
   buffer << merge.Tag << merge.Flags << merge.EventID << merge.Name << merge.MergeType;
   buffer << static_cast<DWORD>(merge.IDs.size());
   for (DWORD id : merge.IDs) buffer << id;
-  WriteParameterBlock(buffer, merge.Parameters);
+  merge.Parameters.ParametersToBuffer(buffer);
 }
 
 void WriteCompetitorBody(CTTBuffer& buffer, const CBaseCompetitor& c) {

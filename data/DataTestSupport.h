@@ -158,8 +158,8 @@ class CSampleMaker {
     r.RunParam4 = Dword();
     r.FieldValues = Texts("rv", 2);
     // A parameter block merges into the table, so a refill merges too.
-    r.Parameters["UniqueID"] = std::to_string(Dword());
-    r.Parameters[Text("key")] = Text("value");
+    r.Parameters.Add("UniqueID", std::to_string(Dword()));
+    r.Parameters.Add(Text("key"), Text("value"));
   }
   void Fill(CBaseRange& r) {
     r.RangeFirst = Dword();
@@ -178,7 +178,7 @@ class CSampleMaker {
     m.Name = Text("merge");
     m.MergeType = Byte();
     m.IDs = {Dword() | 0x40000000, Dword() | 0x20000000};
-    m.Parameters[Text("key")] = Text("value");
+    m.Parameters.Add(Text("key"), Text("value"));
   }
   void Fill(CBaseCompetitor& c) {
     c.Number = std::to_string(Random() % 1000);

@@ -84,7 +84,7 @@ void CBaseMerge::MessageToMerge(CTTBuffer& message) {
       message >> id;
       IDs.push_back(id);
     }
-    ReadParameterBlock(message, Parameters);
+    Parameters.BufferToParameters(message);
     MergeNotify();
   });
 }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "data/Competitor.h"
-#include "data/ParameterBlock.h"
+#include "frame/Parameters.h"
 #include "data/SideRecords.h"
 #include "data/Subjects.h"
 #include "frame/ModuleMessage.h"
@@ -72,7 +72,7 @@ class CBaseMerge : public CMergeSubject,
   std::string Name;
   BYTE MergeType = 0;
   std::vector<DWORD> IDs;
-  ParameterTable Parameters;
+  CParameters Parameters;
 
   CTrack* Track = nullptr;
   Cevent* Event = nullptr;

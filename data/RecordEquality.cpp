@@ -112,7 +112,7 @@ std::string Compare(const CBasePassing& a, const CBasePassing& b) {
 std::string Compare(const CBaseRun& a, const CBaseRun& b) {
   FIELD(UniqueID) FIELD(Tag) FIELD(Flags) FIELD(EventID) FIELD(Name) FIELD(RunParam1) FIELD(RunParam2)
   FIELD(StartTime) FIELD(EndTime) FIELD(RunType) FIELD(Name2) FIELD(RunParam3) FIELD(RunParam4) FIELD(FieldValues)
-  if (a.Parameters != b.Parameters) return "Parameters differ";
+  if (!(a.Parameters == b.Parameters)) return "Parameters differ";
   NESTED("", CompareVectors("Ranges", a.Ranges, b.Ranges))
   if ((a.Competitors == nullptr) != (b.Competitors == nullptr)) return "Competitors: one is missing";
   if (a.Competitors != nullptr) NESTED("Competitors", Compare(*a.Competitors, *b.Competitors))
@@ -142,7 +142,7 @@ std::string Compare(const CBaseMergeRow& a, const CBaseMergeRow& b) {
 
 std::string Compare(const CBaseMerge& a, const CBaseMerge& b) {
   FIELD(UniqueID) FIELD(Tag) FIELD(Flags) FIELD(EventID) FIELD(Name) FIELD(MergeType) FIELD(IDs)
-  if (a.Parameters != b.Parameters) return "Parameters differ";
+  if (!(a.Parameters == b.Parameters)) return "Parameters differ";
   NESTED("", CompareMaps("Rows", a.Rows, b.Rows))
   if (a.Announcements != nullptr && b.Announcements != nullptr) {
     NESTED("", CompareMaps("Announcements", a.Announcements->Announcements, b.Announcements->Announcements))

@@ -24,7 +24,7 @@ void CBaseRun::MessageToRun(CTTBuffer& message) {
         RunParam3 >> RunParam4;
     Flags |= kRunLocal;
     ReadStringList(message, FieldValues);
-    ReadParameterBlock(message, Parameters);
+    Parameters.BufferToParameters(message);
     RunNotify();
   });
 }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "data/Competitor.h"
-#include "data/ParameterBlock.h"
+#include "frame/Parameters.h"
 #include "data/Passing.h"
 #include "data/SideRecords.h"
 #include "data/Subjects.h"
@@ -62,7 +62,7 @@ class CBaseRun : public CCompetitorOwner,
   DWORD RunParam3 = 0xFFFFFFFF;
   DWORD RunParam4 = 0;
   std::vector<std::string> FieldValues;
-  ParameterTable Parameters;
+  CParameters Parameters;
 
   std::vector<CBaseRange*> Ranges;
   CTrack* Track = nullptr;

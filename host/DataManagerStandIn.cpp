@@ -95,7 +95,7 @@ std::unique_ptr<CBaseDataComm> BuildModel(const json& race, std::vector<std::str
     run->RunType = entry.value("type", BYTE{0});
     run->Flags = kRunLocal;
     if (entry.value("active", false)) run->Flags |= kRunActive;
-    run->Parameters["UniqueID"] = std::to_string(run->UniqueID);
+    run->Parameters.Add("UniqueID", run->UniqueID);
     FillCompetitors(*run->Competitors, entry.value("competitors", competitors));
   }
   for (const json& entry : race.value("txtranslations", json::array())) {
