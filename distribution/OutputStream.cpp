@@ -61,20 +61,3 @@ void CZOLOutputStream::ClearAllPackets(DWORD siteNumber) {
     for (CZOLOutputPort* port : Ports) port->ClearAllPackets(siteNumber);
   });
 }
-
-std::string CZOLOutputStream::GetParameter(const std::string& name) const {
-  for (const auto& entry : Parameters) {
-    if (entry.first == name) return entry.second;
-  }
-  return std::string();
-}
-
-void CZOLOutputStream::SetParameter(const std::string& name, const std::string& value) {
-  for (auto& entry : Parameters) {
-    if (entry.first == name) {
-      entry.second = value;
-      return;
-    }
-  }
-  Parameters.emplace_back(name, value);
-}

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "distribution/OutputPage.h"
+#include "frame/Parameters.h"
 #include "frame/Types.h"
 
 class CIniFile;
@@ -31,18 +32,18 @@ class CZOLOutputStream {
   void ClearAllPackets(DWORD siteNumber);
 
   // The parameter of that name, empty when absent.
-  std::string GetParameter(const std::string& name) const;
-  void SetParameter(const std::string& name, const std::string& value);
+  std::string GetParameter(const std::string& name) const { return Parameters.GetString(name); }
+  void SetParameter(const std::string& name, const std::string& value) { Parameters.Add(name, value); }
 
   const std::string& GetRoot() const { return Root; }
   int GetEvent() const { return Event; }
-  const std::vector<std::pair<std::string, std::string>>& GetParameters() const { return Parameters; }
+  const CParameters& GetParameters() const { return Parameters; }
   const std::vector<CZOLOutputPort*>& GetPorts() const { return Ports; }
 
  protected:
   std::string Root;
   int Event = -1;
-  // name, width, height, in order of insertion.
-  std::vector<std::pair<std::string, std::string>> Parameters;
+  // name, width and height; a site adds pagecount.
+  CParameters Parameters;
   std::vector<CZOLOutputPort*> Ports;
 };
