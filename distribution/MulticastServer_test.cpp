@@ -119,7 +119,7 @@ std::vector<BYTE> RandomBytes(std::size_t size, unsigned seed) {
 
 TEST(MulticastServerPort, AnAddressThatIsNoGroupFailsTheJoinAndThePortStaysStopped) {
   LogCapturePackage package;
-  PackageScope scope(&package);
+  InstalledPackage scope(&package);
   CZOLMulticastServer port(4);
   EXPECT_EQ(port.GetPacketsPerBurst(), 3);
   EXPECT_EQ(port.GetTypeName(), "Network (multicast)");

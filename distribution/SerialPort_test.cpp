@@ -53,7 +53,7 @@ TEST(SerialPortThread, APacketGoesThroughThePseudoTerminalByteForByte) {
   PacketSizeScope size(128);
   PseudoComPort com(7);
   ASSERT_TRUE(com.Ok);
-  PackageScope scope(&com.Package);
+  InstalledPackage scope(&com.Package);
   CZOLSerialPort port(1);
   port.SetComPort(7);
   port.Start();
@@ -90,7 +90,7 @@ TEST(SerialPortThread, APurgedLineLosesWholePacketsNeverHalfOfOne) {
   PacketSizeScope size(128, 50);
   PseudoComPort com(2);
   ASSERT_TRUE(com.Ok);
-  PackageScope scope(&com.Package);
+  InstalledPackage scope(&com.Package);
   CZOLSerialPort port(1);
   port.SetComPort(2);
   port.Start();
@@ -121,7 +121,7 @@ TEST(SerialPortThread, APurgedLineLosesWholePacketsNeverHalfOfOne) {
 TEST(SerialPort, TheBaudRateGoesToTheDeviceAsItStands) {
   PseudoComPort com(4);
   ASSERT_TRUE(com.Ok);
-  PackageScope scope(&com.Package);
+  InstalledPackage scope(&com.Package);
   for (DWORD rate : {9600u, 57600u, 230400u}) {
     CIniFile ini("/nonexistent/none.ini");
     ini.Write("port0", "port", 4);
@@ -144,7 +144,7 @@ TEST(SerialPort, TheBaudRateGoesToTheDeviceAsItStands) {
 
 TEST(SerialPort, PortNumberZeroFailsTheStartAndThePortStaysStopped) {
   PseudoComPort com(1);
-  PackageScope scope(&com.Package);
+  InstalledPackage scope(&com.Package);
   CZOLSerialPort port(1);
   EXPECT_EQ(port.GetComPort(), 0u);
   port.Start();
@@ -159,7 +159,7 @@ TEST(SerialPort, PortNumberZeroFailsTheStartAndThePortStaysStopped) {
 TEST(SerialPort, ComPortOptionsListPresentPortsAndMarkTheChosenOne) {
   PseudoComPort com(3);
   ASSERT_TRUE(com.Ok);
-  PackageScope scope(&com.Package);
+  InstalledPackage scope(&com.Package);
   CZOLSerialPort port(1);
   EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3'>COM3");
   port.SetComPort(3);
@@ -169,7 +169,7 @@ TEST(SerialPort, ComPortOptionsListPresentPortsAndMarkTheChosenOne) {
   port.GetCOMPorts();
   EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3'>COM3<OPTION VALUE='5' SELECTED>COM5");
   PseudoComPort none(0);
-  PackageScope inner(&none.Package);
+  InstalledPackage inner(&none.Package);
   CZOLSerialPort lonely(2);
   EXPECT_EQ(lonely.GetComPortOptions(), "<OPTION VALUE='0'>None");
 }

@@ -93,7 +93,7 @@ class Reader {
 
 struct RunningServer {
   LogCapturePackage Package;
-  PackageScope Scope{&Package};
+  InstalledPackage Scope{&Package};
   std::uint16_t Port = platform::FindFreeTcpPort();
   std::unique_ptr<CZOLTCPIPServer> Server = std::make_unique<CZOLTCPIPServer>(1);
   RunningServer() {
@@ -233,7 +233,7 @@ TEST(TCPIPServerPort, ADeadClientWithNothingQueuedLingersUntilTheNextPage) {
 TEST(TCPIPServerPort, AfterAFailedSendAClientTakesNoMorePages) {
   PacketSizeScope size(128);
   LogCapturePackage package;
-  PackageScope scope(&package);
+  InstalledPackage scope(&package);
   const int listener = platform::OpenTcpSocket();
   ASSERT_TRUE(platform::BindAnyAddress(listener, 0));
   ASSERT_TRUE(platform::Listen(listener, 10));
@@ -262,7 +262,7 @@ TEST(TCPIPServerPort, AfterAFailedSendAClientTakesNoMorePages) {
 
 TEST(TCPIPServerPort, ATakenPortLeavesTheServerNotRunningAndStartReturns) {
   LogCapturePackage package;
-  PackageScope scope(&package);
+  InstalledPackage scope(&package);
   const int holder = platform::OpenTcpSocket();
   ASSERT_TRUE(platform::BindAnyAddress(holder, 0));
   ASSERT_TRUE(platform::Listen(holder, 1));

@@ -54,7 +54,7 @@ TEST(ZOLServerPort, PortsAreLoadedByIdUnknownTypesSkippedAndATakenTcpPortStaysSt
                       "[port2]\nport=" + std::to_string(takenPort) + "\n"
                       "[port3]\nID=2\nport=0\n"
                       "[port4]\nID=3\naddress=127.0.0.1\n");
-  PackageScope scope(&dir.Package);
+  InstalledPackage scope(&dir.Package);
   {
     CZOLServer server;
     const auto& ports = server.GetPorts();
@@ -96,7 +96,7 @@ TEST(ZOLServerPort, PortsAreLoadedByIdUnknownTypesSkippedAndATakenTcpPortStaysSt
 
 TEST(ZOLServerPort, PortAddTakesTheNextNumberAndAnUnknownTypeMakesNothing) {
   ServerDirectory dir("");
-  PackageScope scope(&dir.Package);
+  InstalledPackage scope(&dir.Package);
   CZOLServer server;
   EXPECT_TRUE(server.GetPorts().empty());
   CZOLOutputPort* first = server.PortAdd(3, 0xFFFFFFFF);
@@ -117,7 +117,7 @@ TEST(ZOLServerPort, PortAddTakesTheNextNumberAndAnUnknownTypeMakesNothing) {
 
 TEST(ZOLServerPort, PortCountWithAMissingTypeKeyLoadsNothingForIt) {
   ServerDirectory dir("[ports]\ncount=2\nport0=3\n[port0]\nID=4\naddress=10.0.0.1\n");
-  PackageScope scope(&dir.Package);
+  InstalledPackage scope(&dir.Package);
   CZOLServer server;
   ASSERT_EQ(server.GetPorts().size(), 1u);
   EXPECT_NE(server.GetPort(4), nullptr);

@@ -29,12 +29,12 @@ class LogCapturePackage : public CPackage {
 };
 
 // Makes `package` the module's package for the scope's life.
-class PackageScope {
+class InstalledPackage {
  public:
-  explicit PackageScope(CPackage* package) : Previous(GetPackage()) { SetModulePackage(package); }
-  ~PackageScope() { SetModulePackage(Previous); }
-  PackageScope(const PackageScope&) = delete;
-  PackageScope& operator=(const PackageScope&) = delete;
+  explicit InstalledPackage(CPackage* package) : Previous(GetPackage()) { SetModulePackage(package); }
+  ~InstalledPackage() { SetModulePackage(Previous); }
+  InstalledPackage(const InstalledPackage&) = delete;
+  InstalledPackage& operator=(const InstalledPackage&) = delete;
 
  private:
   CPackage* Previous;
