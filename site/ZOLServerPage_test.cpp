@@ -258,3 +258,17 @@ TEST(ZOLServerPage, FileChangeOfAPlainPageReloadsRebuildsAndNotifies) {
   EXPECT_FALSE(page.GetPackets().empty());
   EXPECT_EQ(observer.Updates, 1);
 }
+
+TEST(ZOLServerPage, TagNameEndsAtALineBreakAsAtABlank) {
+  TemplatePage page("<zol><zol_include\nfile=\"x.zol\"/></zol>");
+  EXPECT_EQ(page.Page.GetIncludes().size(), 1u);
+  EXPECT_EQ(page.Page.GetLinks(), std::vector<std::string>{"|x.zol"});
+}
+
+TEST(ZOLServerPage, LiteralTextHoldingAMarkerWordIsTakenForAMarkerWithoutObject) {
+  TemplatePage page("<zol><p>#INCLUDE#0</p><zol_include file=\"x.zol\"/></zol>");
+  ASSERT_EQ(page.Page.GetIncludes().size(), 1u);
+  // The chunk "<p>#INCLUDE#0</p>" doesn't start with the marker, so nothing is written for it.
+  EXPECT_EQ(page.Page.HTMLExport(CParameters()), "Failed to include page (x.zol).");
+  EXPECT_EQ(page.Wire().find("<p>"), std::string::npos);
+}
