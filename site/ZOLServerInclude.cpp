@@ -1,0 +1,30 @@
+#include "site/ZOLServerInclude.h"
+
+#include "distribution/PacketFormat.h"
+#include "frame/KVTException.h"
+#include "site/ZOLServerPage.h"
+#include "site/xml/XmlDocument.h"
+
+BOOL CZOLServerInclude::ZOLImport(const std::string& text) {
+  return Guarded("CZOLServerInclude::ZOLImport()", [&]() -> BOOL {
+    CXmlDocument document;
+    if (!document.Parse(text) || !document.FindElement("zol_include")) return FALSE;
+    m_file = document.GetAttribute("file");
+    m_path = document.GetAttribute("path");
+    return m_file.empty() ? FALSE : TRUE;
+  });
+}
+
+std::string CZOLServerInclude::ZOLExport() const {
+  return Guarded("CZOLServerInclude::ZOLExport()", [&]() -> std::string {
+    if (m_target == nullptr) return "";
+    return "<zol_include pageid='" + std::to_string(wire::PageNumber(m_target->GetPageKey())) + "'/>";
+  });
+}
+
+std::string CZOLServerInclude::HTMLExport(const CParameters& clockParameters) const {
+  return Guarded("CZOLServerInclude::HTMLExport()", [&]() -> std::string {
+    if (m_target == nullptr) return "Failed to include page (" + m_path + m_file + ").";
+    return m_target->HTMLExport(clockParameters);
+  });
+}

@@ -1,0 +1,81 @@
+// A page made from a .zol template: literal chunks of the template and the live objects
+// that stand in for its special tags. Each time something has changed it rebuilds the
+// text that goes on the wire; COutputPage delivers that text.
+#pragma once
+
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "distribution/OutputPage.h"
+#include "frame/Types.h"
+
+class CParameters;
+class CRMComm;
+class CZOLInfo;
+class CZOLServerInclude;
+class CZOLServerTable;
+
+class CZOLServerPage : public COutputPage {
+ public:
+  CZOLServerPage(DWORD siteId, DWORD pageNumber, DWORD level, DWORD repeat, const std::string& path,
+                 const std::string& file);
+  ~CZOLServerPage() override;
+
+  // Reads the template (from `content`, or from the file under `rootDir` when it is
+  // empty) and builds the chunks. 1, or 0 when the file can't be read.
+  BOOL Initialize(CRMComm* comm, int eventId, const std::string& rootDir, int runId, const std::string& content);
+  void Clear();
+
+  void ZOLImport(const std::string& text);
+  std::string ZOLParseTag(const std::string& name, const std::string& text);
+  std::string ZOLImportInclude(const std::string& text);
+
+  // The wire text into the page's data: declaration, root tag, chunks, end tag, zero byte.
+  void ZOLExport();
+  std::string HTMLExport(const CParameters& clockParameters);
+  void AddLinksToQueue(std::deque<std::string>& queue) const;
+  // Exports and notifies once no live object is still waiting for its first data.
+  void CheckWaiting();
+  void SetFileChanged(DWORD flag);
+
+  const std::vector<std::string>& GetChunks() const { return m_chunks; }
+  const std::vector<std::string>& GetLinks() const { return m_links; }
+  const std::map<long, CZOLServerInclude*>& GetIncludes() const { return m_includes; }
+  const std::string& GetVersion() const { return m_version; }
+  const std::string& GetPageIdText() const { return m_pageId; }
+  const std::string& GetType() const { return m_type; }
+  const std::string& GetPageType() const { return m_pageType; }
+  DWORD GetRefresh() const { return m_refresh; }
+  int GetEventId() const { return m_eventId; }
+  int GetRunId() const { return m_runId; }
+  DWORD GetFileChanged() const { return m_fileChanged; }
+  BOOL GetInitialVersion() const { return InitialVersion; }
+
+ private:
+  using TagHandler = std::string (CZOLServerPage::*)(const std::string&);
+
+  void ReadRootAttributes(const std::string& text, bool& found);
+
+  // The root attributes live in the fields that COutputPage keeps for this page.
+  std::string& m_version = DerivedText1;
+  std::string& m_pageId = DerivedText2;
+  std::string& m_type = DerivedText3;
+  std::string& m_pageType = DerivedText4;
+  DWORD& m_refresh = DerivedValue;
+  int m_eventId = -1;
+  int m_runId = -1;
+  long m_nextTableId = 0;
+  long m_nextLabelId = 0;
+  long m_nextIncludeId = 0;
+  DWORD m_importing = 0;
+  DWORD m_fileChanged = 0;
+  CRMComm* m_comm = nullptr;
+  std::map<long, CZOLServerInclude*> m_includes;
+  std::map<std::string, TagHandler> m_tagHandlers;
+  std::vector<std::string> m_chunks;
+  std::vector<std::string> m_links;
+  std::vector<CZOLServerTable*> m_waitingTables;
+  std::vector<CZOLInfo*> m_waitingLabels;
+};
