@@ -62,7 +62,8 @@ TEST(EndToEndTcp, ThreeClientsGetEverySiteFileAndTheServerDropsTheOneThatWasKill
   auto startClient = [&](const std::string& out, const std::string& timeout) {
     return std::make_unique<ChildProcess>(
         kClient,
-        std::vector<std::string>{source, "--out", out, "--until-complete", std::to_string(files.size()), "--timeout",
+        // Every site also sends its information page and its schedule page.
+        std::vector<std::string>{source, "--out", out, "--until-complete", std::to_string(files.size() + 2), "--timeout",
                                  timeout, "--reconnect-pause", "0.1", "--stats"},
         work.Path());
   };

@@ -22,9 +22,28 @@ std::string CZOLServerInclude::ZOLExport() const {
   });
 }
 
+namespace {
+
+// How many includes are being expanded on this thread right now.
+thread_local int expansionDepth = 0;
+
+class ExpansionLevel {
+ public:
+  ExpansionLevel() { ++expansionDepth; }
+  ExpansionLevel(const ExpansionLevel&) = delete;
+  ExpansionLevel& operator=(const ExpansionLevel&) = delete;
+  ~ExpansionLevel() { --expansionDepth; }
+};
+
+}  // namespace
+
 std::string CZOLServerInclude::HTMLExport(const CParameters& clockParameters) const {
   return Guarded("CZOLServerInclude::HTMLExport()", [&]() -> std::string {
-    if (m_target == nullptr) return "Failed to include page (" + m_path + m_file + ").";
+    // A cycle of includes is fine on the wire but would expand for ever here.
+    if (m_target == nullptr || expansionDepth >= kMaxExpansionDepth) {
+      return "Failed to include page (" + m_path + m_file + ").";
+    }
+    ExpansionLevel level;
     return m_target->HTMLExport(clockParameters);
   });
 }

@@ -11,6 +11,9 @@ class CZOLServerPage;
 
 class CZOLServerInclude {
  public:
+  // Includes nested deeper than this are not expanded for a browser.
+  static constexpr int kMaxExpansionDepth = 32;
+
   explicit CZOLServerInclude(long id) : m_id(id) {}
   CZOLServerInclude(const CZOLServerInclude&) = delete;
   CZOLServerInclude& operator=(const CZOLServerInclude&) = delete;

@@ -33,7 +33,7 @@ class CZOLServerPage : public COutputPage {
   std::string ZOLImportInclude(const std::string& text);
 
   // The wire text into the page's data: declaration, root tag, chunks, end tag, zero byte.
-  void ZOLExport();
+  virtual void ZOLExport();
   std::string HTMLExport(const CParameters& clockParameters);
   void AddLinksToQueue(std::deque<std::string>& queue) const;
   // Exports and notifies once no live object is still waiting for its first data.

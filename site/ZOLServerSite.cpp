@@ -9,6 +9,14 @@
 #include "frame/KVTException.h"
 #include "frame/platform/DirectorySearch.h"
 #include "frame/platform/Time.h"
+#include "data/Event.h"
+#include "data/RMData.h"
+#include "data/Run.h"
+#include "frame/BaseModule.h"
+#include "site/ZOLServerInfo.h"
+#include "site/ZOLServerInclude.h"
+#include "site/ZOLServerPage.h"
+#include "web/PublishedPage.h"
 
 namespace {
 
@@ -38,23 +46,55 @@ DWORD PageNumberOf(const COutputPage* page) { return (page->GetPageKey() >> 21) 
 }  // namespace
 
 CZOLServerSite::CZOLServerSite(DWORD siteId, CRMComm* comm) : SiteId(siteId), Comm(comm) {
-  Guarded("CZOLServerSite::CZOLServerSite()", [&] { Clear(FALSE); });
+  Guarded("CZOLServerSite::CZOLServerSite()", [&] {
+    if (Comm != nullptr) CRMCommObserver::Attach(Comm);
+    Clear(FALSE);
+    m_infoPage = new CZOLServerInfo(SiteId, this, Comm);
+    m_schedulePage = new CZOLServerPage(SiteId, 1, 1, 30, "results/", "schedule.zol");
+    m_currentPage = new CZOLServerPage(SiteId, 2, 1, 20, "results/", "current.zol");
+    m_atTheLinePage = new CZOLServerPage(SiteId, 3, 1, 30, "results/", "attheline.zol");
+    m_pitStopsPage = new CZOLServerPage(SiteId, 4, 1, 30, "results/", "pitstops.zol");
+    m_feedPage = new CZOLServerPage(SiteId, 5, 1, 30, "flash/", "ZOLFeed.zol");
+    m_announcementsPage = new CZOLServerPage(SiteId, 6, 1, 20, "results/", "announcements.zol");
+    m_runInformationPage = new CZOLServerPage(SiteId, 7, 1, 20, "results/", "runinformation.zol");
+  });
 }
 
-CZOLServerSite::~CZOLServerSite() { DeletePages(); }
+CZOLServerSite::~CZOLServerSite() {
+  Clear(TRUE);
+  delete m_infoPage;
+  delete m_schedulePage;
+  for (CZOLServerPage* page : RunBoundPages()) delete page;
+}
+
+bool CZOLServerSite::IsWellKnown(const COutputPage* page) const {
+  return PageNumberOf(page) < 8 && (page == m_infoPage || page == m_schedulePage || page == m_currentPage ||
+                                    page == m_atTheLinePage || page == m_pitStopsPage || page == m_feedPage ||
+                                    page == m_announcementsPage || page == m_runInformationPage);
+}
 
 void CZOLServerSite::DeletePages() {
   UpdatedPages.clear();
   std::map<DWORD, COutputPage*> pages;
   pages.swap(Pages);
-  for (auto& [number, page] : pages) delete page;
+  for (auto& [number, page] : pages) {
+    if (!IsWellKnown(page)) delete page;
+  }
+}
+
+std::string CZOLServerSite::WebPathOf(const COutputPage* page) const {
+  // A browser path has no backslashes: subfolders of plain files are joined with "/".
+  return COutputPage::ReplaceAll(GetParameter("name") + "/" + page->GetExportName(), "\\", "/");
 }
 
 void CZOLServerSite::Clear(BOOL removeWebPages) {
   Guarded("CZOLServerSite::Clear()", [&] {
-    (void)removeWebPages;  // site pages are not registered with the web server yet
     NextPageId = 8;
     EventId = -1;
+    CBaseModule* module = Comm != nullptr ? Comm->GetModule() : nullptr;
+    if (removeWebPages != 0 && module != nullptr) {
+      for (const auto& [number, page] : Pages) module->WebServerRemovePage(WebPathOf(page));
+    }
     DeletePages();
   });
 }
@@ -66,11 +106,23 @@ void CZOLServerSite::Build(const std::string& rootDir, int eventId, BOOL force) 
     EventId = eventId;
     BuildTime = GetTimeOfDay();
     RootDir = rootDir;
+    StopRootdirCheck();
+    StartRootdirCheck();
     LinkQueue.clear();
+    LinkQueue.push_back("||index.zol");
+    ImportServerInformation();
+    COutputPageObserver::Attach(m_infoPage);
+    Pages[0] = m_infoPage;
+    if (ImportSchedule() != 0) AddPageToSite(m_schedulePage);
+    ImportCurrentRun(Comm != nullptr ? Comm->GetData()->GetActiveRun() : nullptr, TRUE);
+    FollowLinks();
     AddDirectory("");
-    DWORD published = 0;
-    for (const auto& entry : Pages) published += entry.first != 0 ? 1 : 0;
-    SetParameter("pagecount", std::to_string(published));
+    SetParameter("pagecount", std::to_string(Pages.size() - 1));
+    std::vector<CZOLServerPage*> templates;
+    for (const auto& [number, page] : Pages) {
+      if (page->GetIsTemplate() != 0) templates.push_back(static_cast<CZOLServerPage*>(page));
+    }
+    for (CZOLServerPage* page : templates) UpdatePageIncludes(page);
     if (dropQueued) {
       ClearAllPackets(SiteId);
     } else {
@@ -78,6 +130,89 @@ void CZOLServerSite::Build(const std::string& rootDir, int eventId, BOOL force) 
     }
   });
 }
+
+// Each link is followed once: a page that exists already is found and not made again,
+// which is what ends a cycle of includes.
+void CZOLServerSite::FollowLinks() {
+  Guarded("CZOLServerSite::FollowLinks()", [&] {
+    while (!LinkQueue.empty()) {
+      std::string file = LinkQueue.front();
+      LinkQueue.pop_front();
+      std::string path;
+      ProcessLink(file, path);
+      if (PageFind(path, file) != nullptr) continue;
+      auto* page = new CZOLServerPage(SiteId, NextPageId++, 2, 40, path, file);
+      if (page->Initialize(Comm, EventId, RootDir, -1, "") == 0) {
+        delete page;
+        continue;
+      }
+      AddPageToSite(page);
+    }
+  });
+}
+
+BOOL CZOLServerSite::ImportSchedule() {
+  return Guarded("CZOLServerSite::ImportSchedule()", [&]() -> BOOL {
+    m_schedulePage->Initialize(Comm, EventId, RootDir, -1, "");
+    return TRUE;
+  });
+}
+
+void CZOLServerSite::ImportCurrentRun(CRun* run, BOOL addToSite) {
+  Guarded("CZOLServerSite::ImportCurrentRun()", [&] {
+    const int runId = run != nullptr ? static_cast<int>(run->UniqueID) : -1;
+    for (CZOLServerPage* page : RunBoundPages()) {
+      if (page->Initialize(Comm, EventId, RootDir, runId, "") != 0 && addToSite != 0) AddPageToSite(page);
+    }
+  });
+}
+
+void CZOLServerSite::UpdatePageIncludes(CZOLServerPage* page) {
+  Guarded("CZOLServerSite::UpdatePageIncludes()", [&] {
+    for (const auto& [id, include] : page->GetIncludes()) {
+      std::string file = page->GetPath() + "|" + include->GetPath() + "|" + include->GetFile();
+      std::string path;
+      ProcessLink(file, path);
+      if (COutputPage* target = PageFind(path, file)) {
+        // Only template pages carry includes' targets; a plain file of that name is no page to include.
+        if (auto* targetPage = dynamic_cast<CZOLServerPage*>(target)) include->SetTarget(targetPage);
+      }
+    }
+    page->ZOLExport();
+  });
+}
+
+void CZOLServerSite::OnActiveRunChanged(CRun* run) {
+  Guarded("CZOLServerSite::OnActiveRunChanged()", [&] {
+    if (run != nullptr && run == m_activeRun && run->RunType == m_activeRunType) return;
+    if (run != nullptr && Comm != nullptr) {
+      const Cevent* event = Comm->GetData()->GetEvent(run->EventID);
+      if (event != nullptr && static_cast<int>(event->UniqueID) != EventId) {
+        Build(RootDir, static_cast<int>(event->UniqueID), 1);
+      }
+    }
+    m_activeRun = run;
+    m_infoPage->RunConnect(run);
+    if (run == nullptr) return;
+    ImportCurrentRun(run, FALSE);
+    for (CZOLServerPage* page : RunBoundPages()) UpdatePageIncludes(page);
+    m_activeRunType = run->RunType;
+  });
+}
+
+void CZOLServerSite::ImportServerInformation() {
+  Guarded("CZOLServerSite::ImportServerInformation()", [&] {});
+}
+
+void CZOLServerSite::StartRootdirCheck() {
+  Guarded("CZOLServerSite::StartRootdirCheck()", [&] {});
+}
+
+void CZOLServerSite::StopRootdirCheck() {
+  Guarded("CZOLServerSite::StopRootdirCheck()", [&] {});
+}
+
+const CParameters& CZOLServerSite::GetClockParameters() const { return m_infoPage->GetClockParameters(); }
 
 void CZOLServerSite::AddDirectory(const std::string& subDir) {
   Guarded("CZOLServerSite::AddDirectory()", [&] {
@@ -111,20 +246,35 @@ void CZOLServerSite::AddPageToSite(COutputPage* page) {
     if (!inserted && slot->second != page) {
       // A page number given twice: the newer page takes the slot, the older one goes.
       UpdatedPages.erase(number);
-      delete slot->second;
+      if (!IsWellKnown(slot->second)) delete slot->second;
       slot->second = page;
     }
     UpdatedPages[number] = page;
+    if (auto* templatePage = dynamic_cast<CZOLServerPage*>(page)) templatePage->AddLinksToQueue(LinkQueue);
+    CBaseModule* module = Comm != nullptr ? Comm->GetModule() : nullptr;
+    if (module != nullptr) module->WebServerAddPage(new CPublishedPage(this, page, WebPathOf(page)));
   });
 }
 
 void CZOLServerSite::OnPageUpdated(COutputPage* page) {
-  Guarded("CZOLServerSite::OnPageUpdated()", [&] { UpdatedPages[PageNumberOf(page)] = page; });
+  Guarded("CZOLServerSite::OnPageUpdated()", [&] {
+    // The clock must not wait for the next tick.
+    if (page == m_infoPage) {
+      NotifySiteUpdated(page);
+      return;
+    }
+    UpdatedPages[PageNumberOf(page)] = page;
+  });
 }
 
 void CZOLServerSite::OnTimerEvent() {
   Guarded("CZOLServerSite::OnTimerEvent()", [&] {
     ++TimerEvents;
+    // Without a run nothing else moves the clock, so the site's beat does.
+    if (m_activeRun == nullptr) {
+      m_infoPage->ZOLExport();
+      NotifySiteUpdated(m_infoPage);
+    }
     for (auto& [number, page] : Pages) {
       if (page->ShouldRepeat()) NotifySiteUpdated(page);
     }

@@ -3,6 +3,7 @@
 // output stream once a second, and so turns the carousel.
 #pragma once
 
+#include <array>
 #include <ctime>
 #include <deque>
 #include <map>
@@ -13,12 +14,19 @@
 #include "frame/Types.h"
 #include "views/RMComm.h"
 
+class CRun;
+class CZOLServerInfo;
+class CZOLServerPage;
+
 class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, public CZOLOutputStream {
  public:
   CZOLServerSite(DWORD siteId, CRMComm* comm);
   ~CZOLServerSite() override;
 
   void OnPageUpdated(COutputPage* page) override;
+  // A new active run (or none): run-bound pages are read again for it, and a run of
+  // another event rebuilds the whole site for that event.
+  void OnActiveRunChanged(CRun* run) override;
   // Reads the site directory afresh. `force` (or the same root and event as before)
   // drops what the ports still hold of the old state; otherwise all pages are handed on.
   virtual void Build(const std::string& rootDir, int eventId, BOOL force);
@@ -26,6 +34,17 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   virtual void OnTimerEvent();
 
   void Clear(BOOL removeWebPages);
+  // Reads the schedule template; reports 1 even when the file is missing.
+  BOOL ImportSchedule();
+  // Reads the six run-bound templates for `run` (or none) and, when asked, publishes
+  // those that could be read.
+  void ImportCurrentRun(CRun* run, BOOL addToSite);
+  // Resolves the includes of a template page to the pages found, then exports it.
+  void UpdatePageIncludes(CZOLServerPage* page);
+  // Hooks for a watcher of the root directory and for server information; none exists.
+  void ImportServerInformation();
+  void StartRootdirCheck();
+  void StopRootdirCheck();
   void AddDirectory(const std::string& subDir);
   void AddFiles(const std::string& subDir);
   void AddPageToSite(COutputPage* page);
@@ -40,6 +59,9 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   double GetBandwidth() const;
   double GetMaxDataRate() const;
   static std::string GetTimeString(std::time_t time, BOOL withDate, BOOL utc);
+  const CParameters& GetClockParameters() const;
+  // The browser path of a site page below the module's prefix: site name, "/", export name.
+  std::string WebPathOf(const COutputPage* page) const;
 
   DWORD GetSiteId() const { return SiteId; }
   int GetEventId() const { return EventId; }
@@ -49,9 +71,21 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   const std::map<DWORD, COutputPage*>& GetUpdatedPages() const { return UpdatedPages; }
   // How often OnTimerEvent ran, for the statistics.
   DWORD GetTimerEvents() const { return TimerEvents; }
+  CZOLServerInfo* GetInfoPage() const { return m_infoPage; }
+  CZOLServerPage* GetSchedulePage() const { return m_schedulePage; }
+  CZOLServerPage* GetCurrentPage() const { return m_currentPage; }
+  CRun* GetActiveRun() const { return m_activeRun; }
+  BYTE GetActiveRunType() const { return m_activeRunType; }
+  const std::deque<std::string>& GetLinkQueue() const { return LinkQueue; }
 
  private:
   void DeletePages();
+  bool IsWellKnown(const COutputPage* page) const;
+  // The six pages bound to the active run, in their order of import.
+  std::array<CZOLServerPage*, 6> RunBoundPages() const {
+    return {m_currentPage, m_atTheLinePage, m_pitStopsPage, m_feedPage, m_announcementsPage, m_runInformationPage};
+  }
+  void FollowLinks();
 
   DWORD SiteId;
   CRMComm* Comm;
@@ -63,4 +97,15 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   std::deque<std::string> LinkQueue;
   std::map<DWORD, COutputPage*> Pages;
   std::map<DWORD, COutputPage*> UpdatedPages;
+  CRun* m_activeRun = nullptr;
+  BYTE m_activeRunType = 0;
+  // The eight pages every site has, numbers 0 to 7, owned for the site's whole life.
+  CZOLServerInfo* m_infoPage = nullptr;
+  CZOLServerPage* m_schedulePage = nullptr;
+  CZOLServerPage* m_currentPage = nullptr;
+  CZOLServerPage* m_atTheLinePage = nullptr;
+  CZOLServerPage* m_pitStopsPage = nullptr;
+  CZOLServerPage* m_feedPage = nullptr;
+  CZOLServerPage* m_announcementsPage = nullptr;
+  CZOLServerPage* m_runInformationPage = nullptr;
 };

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "distribution/OutputPort.h"
+#include "site/ZOLServerInfo.h"
+#include "site/ZOLServerPage.h"
 #include "testing/ModuleFixture.h"
 
 namespace {
@@ -78,14 +81,16 @@ TEST(SiteFiles, PlainFilesArePublishedByExtensionTableAndSubfoldersFirst) {
   CZOLServerSite site(1, nullptr);
   site.Build(Root(folder), -1, 1);
 
-  ASSERT_EQ(site.GetPages().size(), 3u);
+  // The information page, the schedule page and the three files. Number 8 went to the
+  // missing index.zol, whose page could not be read.
+  ASSERT_EQ(site.GetPages().size(), 5u);
   // The subfolder's files are numbered before the folder's own; css before html.
-  EXPECT_EQ(site.GetPages().at(8)->GetFilename(), "logo.gif");
-  EXPECT_EQ(site.GetPages().at(8)->GetPath(), "img/");
-  EXPECT_EQ(site.GetPages().at(9)->GetFilename(), "style.css");
-  EXPECT_EQ(site.GetPages().at(10)->GetFilename(), "index.html");
-  EXPECT_EQ(site.GetPages().at(10)->GetDataAsString(), "<p>home</p>");
-  EXPECT_EQ(site.GetParameter("pagecount"), "3");
+  EXPECT_EQ(site.GetPages().at(9)->GetFilename(), "logo.gif");
+  EXPECT_EQ(site.GetPages().at(9)->GetPath(), "img/");
+  EXPECT_EQ(site.GetPages().at(10)->GetFilename(), "style.css");
+  EXPECT_EQ(site.GetPages().at(11)->GetFilename(), "index.html");
+  EXPECT_EQ(site.GetPages().at(11)->GetDataAsString(), "<p>home</p>");
+  EXPECT_EQ(site.GetParameter("pagecount"), "4");
 }
 
 TEST(SiteFiles, ZolFileThatNothingIncludesIsNotPublished) {
@@ -149,7 +154,8 @@ TEST(SiteBuild, DifferentRootWithoutForceHandsThePagesOnInsteadOfClearing) {
   port.Updates.clear();
   site.Build(Root(second), -1, 0);
   EXPECT_TRUE(port.Clears.empty());
-  EXPECT_EQ(port.Updates.size(), 2u);
+  // The schedule page and the two files.
+  EXPECT_EQ(port.Updates.size(), 3u);
   EXPECT_TRUE(site.GetUpdatedPages().empty());
 }
 
@@ -161,7 +167,11 @@ TEST(SiteCarousel, TwoUpdatesOfAPageWithinOneSecondGiveOneBuildAndOneUpdate) {
   CZOLServerSite site(1, nullptr);
   site.PortAdd(&port);
   site.Build(Root(folder), -1, 1);
-  COutputPage* page = site.GetPages().at(8);
+  COutputPage* page = FindByName(site, "a.html");
+  ASSERT_NE(page, nullptr);
+  // The first tick hands on what the build made.
+  site.OnTimerEvent();
+  ASSERT_TRUE(site.GetUpdatedPages().empty());
   // Keep the carousel's own repeat out of the count.
   while (page->GetRepeatCountdown() == 0) page->ShouldRepeat();
   const BYTE version = page->GetSequenceLow();
@@ -172,7 +182,7 @@ TEST(SiteCarousel, TwoUpdatesOfAPageWithinOneSecondGiveOneBuildAndOneUpdate) {
   EXPECT_EQ(site.GetUpdatedPages().size(), 1u);
   site.OnTimerEvent();
   EXPECT_EQ(page->GetSequenceLow(), static_cast<BYTE>(version + 1));
-  EXPECT_EQ(port.Updates, std::vector<DWORD>{page->GetPageKey()});
+  EXPECT_EQ(std::count(port.Updates.begin(), port.Updates.end(), page->GetPageKey()), 1);
 }
 
 TEST(SiteCarousel, APageGoesOutAgainEveryRepeatSeconds) {
@@ -183,19 +193,25 @@ TEST(SiteCarousel, APageGoesOutAgainEveryRepeatSeconds) {
   CZOLServerSite site(1, nullptr);
   site.PortAdd(&port);
   site.Build(Root(folder), -1, 1);
+  const COutputPage* page = FindByName(site, "a.css");
+  ASSERT_NE(page, nullptr);
+  ASSERT_EQ(page->GetPageKey() >> 21 & 0x1FF, 9u);
   port.Updates.clear();
   for (int second = 0; second < 60; ++second) site.OnTimerEvent();
-  // The first tick sends the version the build made; page 8 with repeat 20 then falls
-  // due at seconds 8, 28 and 48.
-  EXPECT_EQ(port.Updates.size(), 4u);
+  // The first tick sends the version the build made; page 9 with repeat 20 then falls
+  // due at seconds 9, 29 and 49.
+  EXPECT_EQ(std::count(port.Updates.begin(), port.Updates.end(), page->GetPageKey()), 4);
 }
 
 TEST(SiteBuild, MissingDirectoryGivesNoPagesAndNoError) {
   PackageScope scope;
   CZOLServerSite site(1, nullptr);
   EXPECT_NO_THROW(site.Build("/nonexistent-zol-site/", -1, 1));
-  EXPECT_TRUE(site.GetPages().empty());
-  EXPECT_EQ(site.GetParameter("pagecount"), "0");
+  // Only the information page and the (empty) schedule page.
+  ASSERT_EQ(site.GetPages().size(), 2u);
+  EXPECT_EQ(site.GetPages().at(0), static_cast<COutputPage*>(site.GetInfoPage()));
+  EXPECT_EQ(site.GetPages().at(1), static_cast<COutputPage*>(site.GetSchedulePage()));
+  EXPECT_EQ(site.GetParameter("pagecount"), "1");
 }
 
 TEST(SiteSizes, BandwidthSumsCompressedSizeOverRepeat) {
@@ -204,10 +220,16 @@ TEST(SiteSizes, BandwidthSumsCompressedSizeOverRepeat) {
   folder.Write("a.html", std::string(5000, 'x'));
   CZOLServerSite site(1, nullptr);
   site.Build(Root(folder), -1, 1);
-  const COutputPage* page = site.GetPages().at(8);
-  EXPECT_EQ(site.GetOriginalSize(), page->GetPlainSize());
-  EXPECT_EQ(site.GetCompressedSize(), page->GetCompressedSize());
-  EXPECT_DOUBLE_EQ(site.GetBandwidth(), (page->GetCompressedSize() / 30) * 10.0 / 8.0);
+  const COutputPage* page = FindByName(site, "a.html");
+  ASSERT_NE(page, nullptr);
+  const COutputPage* schedule = site.GetSchedulePage();
+  // The information page has no content before the first tick.
+  EXPECT_EQ(site.GetInfoPage()->GetCompressedSize(), 0u);
+  EXPECT_EQ(site.GetOriginalSize(), page->GetPlainSize() + schedule->GetPlainSize());
+  EXPECT_EQ(site.GetCompressedSize(), page->GetCompressedSize() + schedule->GetCompressedSize());
+  EXPECT_DOUBLE_EQ(site.GetBandwidth(),
+                   (static_cast<double>(page->GetCompressedSize() / 30) + schedule->GetCompressedSize() / 30) * 10.0 /
+                       8.0);
   EXPECT_DOUBLE_EQ(site.GetMaxDataRate(), 0.0);
 }
 
