@@ -21,6 +21,9 @@ class CZOLServerInfo : public CZOLServerPage {
   void ZOLExport() override;
   std::string GetFlagName() const;
   void RunConnect(CRun* run);
+  // True while a view of the active run exports this page on every change of the clock.
+  // No such view is bound yet, so the site's timer drives the clock even with a run.
+  bool IsDrivenByRun() const { return false; }
 
   const CParameters& GetClockParameters() const { return m_clockParameters; }
   CRun* GetRun() const { return m_run; }

@@ -270,8 +270,8 @@ void CZOLServerSite::OnPageUpdated(COutputPage* page) {
 void CZOLServerSite::OnTimerEvent() {
   Guarded("CZOLServerSite::OnTimerEvent()", [&] {
     ++TimerEvents;
-    // Without a run nothing else moves the clock, so the site's beat does.
-    if (m_activeRun == nullptr) {
+    // Without a run's view nothing else moves the clock, so the site's beat does.
+    if (m_activeRun == nullptr || !m_infoPage->IsDrivenByRun()) {
       m_infoPage->ZOLExport();
       NotifySiteUpdated(m_infoPage);
     }

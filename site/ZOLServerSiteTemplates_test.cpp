@@ -358,14 +358,16 @@ TEST_F(SiteWithData, NoActiveRunDetachesTheInformationPageButLeavesRunPagesAlone
   EXPECT_EQ(site->GetCurrentPage()->GetRunId(), static_cast<int>(0x40000001));
 }
 
-TEST_F(SiteWithData, WithAnActiveRunTheTimerLeavesTheClockToTheRun) {
+TEST_F(SiteWithData, TimerKeepsTheClockGoingWhileNoViewOfTheRunDrivesIt) {
   site->Build(Root(folder), -1, 1);
   site->OnTimerEvent();
   const BYTE version = site->GetInfoPage()->GetSequenceLow();
   site->OnTimerEvent();
   EXPECT_NE(site->GetInfoPage()->GetSequenceLow(), version);
   Activate(0x40000001, 2);
+  ASSERT_NE(site->GetActiveRun(), nullptr);
+  ASSERT_FALSE(site->GetInfoPage()->IsDrivenByRun());
   const BYTE bound = site->GetInfoPage()->GetSequenceLow();
   site->OnTimerEvent();
-  EXPECT_EQ(site->GetInfoPage()->GetSequenceLow(), bound);
+  EXPECT_NE(site->GetInfoPage()->GetSequenceLow(), bound);
 }
