@@ -371,3 +371,15 @@ TEST_F(SiteWithData, TimerKeepsTheClockGoingWhileNoViewOfTheRunDrivesIt) {
   site->OnTimerEvent();
   EXPECT_NE(site->GetInfoPage()->GetSequenceLow(), bound);
 }
+
+TEST_F(SiteWithData, PageWhoseRootIsNotZolIsPresentWithAWebPageAndZeroLengthData) {
+  folder.Write("index.zol", Template(Include("", "other.zol")));
+  folder.Write("other.zol", "<html><p>not a template root</p></html>");
+  site->Build(Root(folder), -1, 1);
+  const COutputPage* other = site->PageFind("", "other.zol");
+  ASSERT_NE(other, nullptr);
+  EXPECT_TRUE(other->GetData().empty());
+  EXPECT_EQ(link.module.GetWebPages().count("demo/other.html"), 1u);
+  // The including page still points at it on the wire.
+  EXPECT_NE(site->PageFind("", "index.zol")->GetDataAsString().find(IncludeTag(other)), std::string::npos);
+}
