@@ -5,31 +5,14 @@
 #include <algorithm>
 #include <vector>
 
-#include "distribution/OutputPort.h"
 #include "frame/Clock.h"
 #include "frame/TTBuffer.h"
 #include "frame/TimeText.h"
 #include "site/ZOLServerSite.h"
 #include "testing/ModuleFixture.h"
+#include "testing/StreamRecordingPort.h"
 
 namespace {
-
-class RecordingPort : public CZOLOutputPort {
- public:
-  RecordingPort() : CZOLOutputPort(1) { Running = 1; }
-  void LoadSettings(CIniFile&, const std::string&) override {}
-  void SaveSettings(CIniFile&, const std::string&) override {}
-  void Start() override {}
-  void SendPacket(const BYTE*) override {}
-  void UpdatePage(DWORD key, BYTE sequence, const PacketBlocks&) override {
-    Updates.push_back(key);
-    Sequences.push_back(sequence);
-  }
-  void ClearAllPackets(DWORD) override {}
-
-  std::vector<DWORD> Updates;
-  std::vector<BYTE> Sequences;
-};
 
 struct InfoRecord {
   DWORD BuildTime = 0;
@@ -61,7 +44,7 @@ struct InfoPage : ::testing::Test {
   }
   PackageScope scope;
   TempDir folder;
-  RecordingPort port;
+  StreamRecordingPort port;
   CZOLServerSite site{2, nullptr};
 };
 

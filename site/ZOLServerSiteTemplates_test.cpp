@@ -42,6 +42,13 @@ std::size_t Occurrences(const std::string& text, const std::string& part) {
   return count;
 }
 
+// index.zol includes a.zol; a.zol and b.zol include each other.
+void WriteIncludeCycle(const TempDir& folder) {
+  folder.Write("index.zol", Template(Include("", "a.zol")));
+  folder.Write("a.zol", Template("A" + Include("", "b.zol")));
+  folder.Write("b.zol", Template("B" + Include("", "a.zol")));
+}
+
 std::unique_ptr<CRun> MakeRun(DWORD id, DWORD eventId, BYTE type, WORD flags) {
   auto run = std::make_unique<CRun>(nullptr);
   run->UniqueID = id;
@@ -138,9 +145,7 @@ TEST(SiteTemplates, IndexIncludesAreFollowedThroughSubfoldersAndDotDot) {
 TEST(SiteTemplates, IncludeCycleDoesNotHangBuildAndEachPageIsMadeOnce) {
   PackageScope scope;
   TempDir folder;
-  folder.Write("index.zol", Template(Include("", "a.zol")));
-  folder.Write("a.zol", Template("A" + Include("", "b.zol")));
-  folder.Write("b.zol", Template("B" + Include("", "a.zol")));
+  WriteIncludeCycle(folder);
   CZOLServerSite site(1, nullptr);
   site.Build(Root(folder), -1, 1);
   const CZOLServerPage* a = FindTemplate(site, "", "a.zol");
@@ -156,9 +161,7 @@ TEST(SiteTemplates, IncludeCycleDoesNotHangBuildAndEachPageIsMadeOnce) {
 TEST(SiteTemplates, IncludeCycleInTheBrowserStopsAtDepthThirtyTwoWithTheFailureText) {
   PackageScope scope;
   TempDir folder;
-  folder.Write("index.zol", Template(Include("", "a.zol")));
-  folder.Write("a.zol", Template("A" + Include("", "b.zol")));
-  folder.Write("b.zol", Template("B" + Include("", "a.zol")));
+  WriteIncludeCycle(folder);
   CZOLServerSite site(1, nullptr);
   site.Build(Root(folder), -1, 1);
   CZOLServerPage* a = FindTemplate(site, "", "a.zol");

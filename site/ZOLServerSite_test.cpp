@@ -5,27 +5,12 @@
 #include <algorithm>
 #include <vector>
 
-#include "distribution/OutputPort.h"
 #include "site/ZOLServerInfo.h"
 #include "site/ZOLServerPage.h"
 #include "testing/ModuleFixture.h"
+#include "testing/StreamRecordingPort.h"
 
 namespace {
-
-// A port without a thread that notes what the stream hands it.
-class RecordingPort : public CZOLOutputPort {
- public:
-  RecordingPort() : CZOLOutputPort(1) { Running = 1; }
-  void LoadSettings(CIniFile&, const std::string&) override {}
-  void SaveSettings(CIniFile&, const std::string&) override {}
-  void Start() override {}
-  void SendPacket(const BYTE*) override {}
-  void UpdatePage(DWORD key, BYTE, const PacketBlocks&) override { Updates.push_back(key); }
-  void ClearAllPackets(DWORD siteNumber) override { Clears.push_back(siteNumber); }
-
-  std::vector<DWORD> Updates;
-  std::vector<DWORD> Clears;
-};
 
 std::string Root(const TempDir& folder) { return folder.Path() + "/"; }
 
@@ -131,7 +116,7 @@ TEST(SiteBuild, SameRootAndEventClearsTheStreamsPackets) {
   PackageScope scope;
   TempDir folder;
   folder.Write("a.html", "a");
-  RecordingPort port;
+  StreamRecordingPort port;
   CZOLServerSite site(3, nullptr);
   site.PortAdd(&port);
   site.Build(Root(folder), -1, 0);
@@ -146,7 +131,7 @@ TEST(SiteBuild, DifferentRootWithoutForceHandsThePagesOnInsteadOfClearing) {
   TempDir second;
   second.Write("a.html", "a");
   second.Write("b.css", "b");
-  RecordingPort port;
+  StreamRecordingPort port;
   CZOLServerSite site(1, nullptr);
   site.PortAdd(&port);
   site.Build(Root(first), -1, 1);
@@ -163,7 +148,7 @@ TEST(SiteCarousel, TwoUpdatesOfAPageWithinOneSecondGiveOneBuildAndOneUpdate) {
   PackageScope scope;
   TempDir folder;
   folder.Write("a.html", "a");
-  RecordingPort port;
+  StreamRecordingPort port;
   CZOLServerSite site(1, nullptr);
   site.PortAdd(&port);
   site.Build(Root(folder), -1, 1);
@@ -189,7 +174,7 @@ TEST(SiteCarousel, APageGoesOutAgainEveryRepeatSeconds) {
   PackageScope scope;
   TempDir folder;
   folder.Write("a.css", "a");  // repeat 20
-  RecordingPort port;
+  StreamRecordingPort port;
   CZOLServerSite site(1, nullptr);
   site.PortAdd(&port);
   site.Build(Root(folder), -1, 1);
