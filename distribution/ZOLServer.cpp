@@ -13,6 +13,7 @@
 #include "frame/Package.h"
 #include "frame/platform/Paths.h"
 #include "site/ZOLServerSite.h"
+#include "site/ZOLServerTestSite.h"
 #include "web/ServerPages.h"
 
 DWORD PacketSize = 128;
@@ -146,7 +147,10 @@ void CZOLServer::OnDisconnect() {
 }
 
 void CZOLServer::SetTestPageSize(DWORD size) {
-  Guarded("CZOLServer::SetTestPageSize()", [&] { TestPageSize = size; });
+  Guarded("CZOLServer::SetTestPageSize()", [&] {
+    TestPageSize = size;
+    if (TestSite != nullptr) TestSite->SetTestPageSize(size);
+  });
 }
 
 CZOLOutputPort* CZOLServer::PortAdd(int type, DWORD id) {

@@ -12,6 +12,7 @@
 class CIniFile;
 class CZOLOutputPort;
 class CZOLServerSite;
+class CZOLServerTestSite;
 
 // Values that hold for every site and port; set only while loading the settings.
 extern DWORD PacketSize;
@@ -46,6 +47,7 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
   CRMComm* GetComm() const { return Comm; }
   DWORD GetNextPortID() const { return NextPortID; }
   DWORD GetTestPageSize() const { return TestPageSize; }
+  void SetTestSite(CZOLServerTestSite* site) { TestSite = site; }
   BOOL IsDataConnected() const { return DataConnected; }
 
  private:
@@ -57,6 +59,8 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
   DWORD NextPortID = 0;
   KVTTIME LastWholeSecond = 0;
   DWORD TestPageSize = 0;
+  // A site carrying a test page; nothing in the module creates one.
+  CZOLServerTestSite* TestSite = nullptr;
   // Owned; site numbers 1, 2, 3 follow this order.
   std::vector<CZOLServerSite*> Sites;
   // Owned; ordered by ID.
