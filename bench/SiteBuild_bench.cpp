@@ -141,7 +141,7 @@ class GeneratedSite {
   }
 
   static std::string TableTemplate(const std::string& id, int rows) {
-    return "<zol version=\"1\" id=\"" + id + "\" type=\"html\">\n<table class=\"results\">\n<zol_table type=\"results\" maxrows=\"" +
+    return "<zol version=\"1\" id=\"" + id + "\" type=\"html\">\n<table class=\"results\">\n<zol_table type=\"results\" startrow=\"1\" maxrows=\"" +
            std::to_string(rows) +
            "\">\n<zol_rh type=\"position\">Pos</zol_rh>\n<zol_rh type=\"no\">No</zol_rh>\n<zol_rh type=\"name\">Name</zol_rh>\n"
            "<zol_rh type=\"laps\">Laps</zol_rh>\n<zol_rh type=\"gap\">Gap</zol_rh>\n"

@@ -107,6 +107,10 @@ std::vector<std::string> SpecialElements(const std::string& text, std::string& p
 std::string CheckTable(CXmlDocument& doc) {
   const std::string type = doc.GetAttribute("type");
   if (kTableTypes.count(type) == 0) return "table type '" + type + "' is unknown";
+  // The row range is read from both attributes together: a limit names its start too.
+  if (doc.GetAttribute("startrow").empty() != doc.GetAttribute("maxrows").empty()) {
+    return "startrow and maxrows go together";
+  }
   int headers = 0;
   int rows = 0;
   // Only the children at the first level count as columns and rows.
