@@ -37,10 +37,10 @@ class PackageInstalled {
   CPackage* Previous;
 };
 
-const char* const kWords[] = {"lap",    "driver", "sector", "pit",   "grid",    "class",  "fastest", "corner",
-                              "finish", "start",  "penalty", "gap",  "leader", "session", "track",  "flag"};
-const char* const kNames[] = {"Ann Berger", "Tomas Keel", "Mira Olsen", "Joost Vermeer", "Lena Fisk", "Omar Said",
-                              "Ruth Kamp",  "Ivo Marek",  "Sara Lind",  "Paul Okafor"};
+const char* const kWords[] = {"lap",    "driver", "sector",  "pit", "grid",   "class",   "fastest", "corner",
+                              "finish", "start",  "penalty", "gap", "leader", "session", "track",   "flag"};
+const char* const kNames[] = {"Ann Berger", "Tomas Keel", "Mira Olsen", "Joost Vermeer", "Lena Fisk",
+                              "Omar Said",  "Ruth Kamp",  "Ivo Marek",  "Sara Lind",     "Paul Okafor"};
 
 // A site of 500 files of a few KB each: mostly HTML, with stylesheets, scripts and GIF
 // images in a handful of folders, and an index.zol that includes three templates.
@@ -55,10 +55,12 @@ class GeneratedSite {
       Folder = fs::temp_directory_path() / ("zolbench-site-" + std::to_string(suffix(random)));
     } while (!fs::create_directory(Folder));
     const char* const htmlFolders[] = {"", "drivers/", "news/", "classes/", "archive/2025/", "archive/2024/"};
-    for (int i = 0; i < 300; ++i) Write(std::string(htmlFolders[i % 6]) + "page" + std::to_string(i) + ".html", Html(random, i));
+    for (int i = 0; i < 300; ++i)
+      Write(std::string(htmlFolders[i % 6]) + "page" + std::to_string(i) + ".html", Html(random, i));
     for (int i = 0; i < 40; ++i) Write("css/style" + std::to_string(i) + ".css", Css(random, i));
     for (int i = 0; i < 36; ++i) Write("js/script" + std::to_string(i) + ".js", Script(random, i));
-    for (int i = 0; i < 120; ++i) Write((i % 2 ? "images/" : "drivers/photos/") + std::to_string(i) + ".gif", Gif(random));
+    for (int i = 0; i < 120; ++i)
+      Write((i % 2 ? "images/" : "drivers/photos/") + std::to_string(i) + ".gif", Gif(random));
     Write("index.zol",
           "<zol version=\"1\" id=\"index\" type=\"html\" refresh=\"10\">\n<html><body>\n"
           "<zol_include file=\"standings.zol\" path=\"pages/\"/>\n<zol_include file=\"clock.zol\" path=\"pages/\"/>\n"
@@ -126,8 +128,9 @@ class GeneratedSite {
     std::string out = "// script " + std::to_string(index) + "\n";
     int line = 0;
     while (out.size() < size) {
-      out += "function update" + std::to_string(line++) + "(table) {\n  const rows = table.rows.length;\n  if (rows > " +
-             std::to_string(random() % 50) + ") table.className = \"" + kWords[random() % 16] + "\";\n}\n";
+      out += "function update" + std::to_string(line++) +
+             "(table) {\n  const rows = table.rows.length;\n  if (rows > " + std::to_string(random() % 50) +
+             ") table.className = \"" + kWords[random() % 16] + "\";\n}\n";
     }
     return out;
   }
@@ -141,9 +144,11 @@ class GeneratedSite {
   }
 
   static std::string TableTemplate(const std::string& id, int rows) {
-    return "<zol version=\"1\" id=\"" + id + "\" type=\"html\">\n<table class=\"results\">\n<zol_table type=\"results\" startrow=\"1\" maxrows=\"" +
+    return "<zol version=\"1\" id=\"" + id +
+           "\" type=\"html\">\n<table class=\"results\">\n<zol_table type=\"results\" startrow=\"1\" maxrows=\"" +
            std::to_string(rows) +
-           "\">\n<zol_rh type=\"position\">Pos</zol_rh>\n<zol_rh type=\"no\">No</zol_rh>\n<zol_rh type=\"name\">Name</zol_rh>\n"
+           "\">\n<zol_rh type=\"position\">Pos</zol_rh>\n<zol_rh type=\"no\">No</zol_rh>\n<zol_rh "
+           "type=\"name\">Name</zol_rh>\n"
            "<zol_rh type=\"laps\">Laps</zol_rh>\n<zol_rh type=\"gap\">Gap</zol_rh>\n"
            "<zol_rr><tr><td><zol_rd>-</zol_rd></td><td><zol_rd>-</zol_rd></td><td><zol_rd>-</zol_rd></td>"
            "<td><zol_rd>-</zol_rd></td><td><zol_rd>-</zol_rd></td></tr></zol_rr>\n</zol_table>\n</table>\n</zol>\n";
@@ -167,8 +172,8 @@ std::size_t PublishedPages(const CZOLServerSite& site) {
 void ReportPages(benchmark::State& state, std::size_t pages) {
   state.counters["pages"] = static_cast<double>(pages);
   // Time per page: pages per second over the run, inverted.
-  state.counters["per_page"] = benchmark::Counter(static_cast<double>(pages), benchmark::Counter::kIsIterationInvariantRate |
-                                                                                  benchmark::Counter::kInvert);
+  state.counters["per_page"] = benchmark::Counter(
+      static_cast<double>(pages), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * pages));
 }
 

@@ -51,7 +51,8 @@ std::vector<TemplateFile> AllTemplates() {
     out.push_back(slash == std::string::npos ? TemplateFile{"", relative}
                                              : TemplateFile{relative.substr(0, slash + 1), relative.substr(slash + 1)});
   }
-  std::sort(out.begin(), out.end(), [](const TemplateFile& a, const TemplateFile& b) { return a.Relative() < b.Relative(); });
+  std::sort(out.begin(), out.end(),
+            [](const TemplateFile& a, const TemplateFile& b) { return a.Relative() < b.Relative(); });
   return out;
 }
 
@@ -61,27 +62,28 @@ bool IsWholeDocument(const std::string& text) { return text.find("<html>") != st
 
 // The well-known pages, at the folders and names under which every site looks for them.
 const TemplateFile kWellKnown[] = {
-    {"results/", "schedule.zol"},      {"results/", "current.zol"},       {"results/", "attheline.zol"},
-    {"results/", "pitstops.zol"},      {"flash/", "ZOLFeed.zol"},         {"results/", "announcements.zol"},
+    {"results/", "schedule.zol"},       {"results/", "current.zol"}, {"results/", "attheline.zol"},
+    {"results/", "pitstops.zol"},       {"flash/", "ZOLFeed.zol"},   {"results/", "announcements.zol"},
     {"results/", "runinformation.zol"},
 };
 
-const std::set<std::string> kTableTypes = {"practice", "qualify", "race", "results", "schedule", "announcements", "none"};
+const std::set<std::string> kTableTypes = {"practice", "qualify",       "race", "results",
+                                           "schedule", "announcements", "none"};
 
 const std::set<std::string> kColumnNames = {
-    "position",     "positioninclass", "no",          "class",        "name",        "firstname",   "lastname",
-    "additional1",  "additional2",     "additional3", "additional4",  "additional5", "additional6", "additional7",
-    "additional8",  "marker",          "averagetime", "lasttime",     "lastspeed",   "laps",        "totaltime",
-    "averagespeed", "difference",      "gap",         "besttime",     "inlap",       "bestspeed",   "2ndbesttime",
-    "2ndinlap",     "2ndbestspeed",    "datetime",    "groupname",    "runname",     "runtype",     "racedistance",
-    "racetime",     "minlaptime",      "uniqueid",    "time",         "text",        "transpondernr", "regnumber",
+    "position",     "positioninclass", "no",          "class",       "name",        "firstname",     "lastname",
+    "additional1",  "additional2",     "additional3", "additional4", "additional5", "additional6",   "additional7",
+    "additional8",  "marker",          "averagetime", "lasttime",    "lastspeed",   "laps",          "totaltime",
+    "averagespeed", "difference",      "gap",         "besttime",    "inlap",       "bestspeed",     "2ndbesttime",
+    "2ndinlap",     "2ndbestspeed",    "datetime",    "groupname",   "runname",     "runtype",       "racedistance",
+    "racetime",     "minlaptime",      "uniqueid",    "time",        "text",        "transpondernr", "regnumber",
 };
 
 // Labels that read the run information view. The static ones (tracklength) need a known
 // event, so the demonstration pages do without them.
 const std::set<std::string> kRunLabels = {
-    "eventname", "trackname", "groupname", "runname",  "runtype",   "runid",     "laps",  "leader",    "avgspeed",
-    "margin",    "lapstogo",  "bestlaptime", "bestlapby", "racetime", "timetogo", "timeofday", "flag", "timestamp",
+    "eventname", "trackname", "groupname",   "runname",   "runtype",  "runid",    "laps",      "leader", "avgspeed",
+    "margin",    "lapstogo",  "bestlaptime", "bestlapby", "racetime", "timetogo", "timeofday", "flag",   "timestamp",
 };
 
 // The special elements of a template, cut out the way the page cuts them: from each
@@ -204,7 +206,8 @@ TEST(DemoSite, EveryTemplateReadsIntoChunksAndExportsAPage) {
     EXPECT_FALSE(page.GetChunks().empty()) << file.Relative();
     page.ZOLExport();
     const std::string wire = page.GetDataAsString();
-    EXPECT_EQ(wire.rfind("<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n<zol version=\"1\" ", 0), 0u) << file.Relative();
+    EXPECT_EQ(wire.rfind("<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n<zol version=\"1\" ", 0), 0u)
+        << file.Relative();
     EXPECT_NE(wire.find("</zol>"), std::string::npos) << file.Relative();
   }
 }
@@ -292,7 +295,8 @@ TEST(DemoSite, WholeDocumentsLinkTheStylesheet) {
     if (IsWholeDocument(ReadFile(kSiteRoot + file.Relative()))) documents.push_back(file.Relative());
   }
   for (const auto& entry : fs::recursive_directory_iterator(kSiteRoot)) {
-    if (entry.path().extension() == ".html") documents.push_back(fs::relative(entry.path(), kSiteRoot).generic_string());
+    if (entry.path().extension() == ".html")
+      documents.push_back(fs::relative(entry.path(), kSiteRoot).generic_string());
   }
   ASSERT_GE(documents.size(), 8u);
   for (const std::string& relative : documents) {
@@ -312,7 +316,8 @@ TEST(DemoSite, LocalLinksPointAtFilesOfTheSite) {
     if (extension != ".html" && extension != ".zol") continue;
     const std::string text = ReadFile(entry.path().string());
     // A part is shown inside the index, so its links start from the site's root.
-    const fs::path base = extension == ".zol" && !IsWholeDocument(text) ? fs::path(kSiteRoot) : entry.path().parent_path();
+    const fs::path base =
+        extension == ".zol" && !IsWholeDocument(text) ? fs::path(kSiteRoot) : entry.path().parent_path();
     for (const std::string& link : LocalLinks(text)) {
       ++checked;
       EXPECT_TRUE(LinkTargetExists((base / link).lexically_normal()))
