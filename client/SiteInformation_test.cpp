@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "client/InformationRecords.h"
 #include "frame/Parameters.h"
 #include "frame/TTBuffer.h"
+#include "testing/KVTCatch.h"
 
 namespace {
 
@@ -154,6 +157,38 @@ TEST(SiteInformation, LaterEntryOfTheSameKeyWins) {
   SiteInformation information;
   ASSERT_TRUE(Decode(record, information));
   EXPECT_EQ(information.Clock.at("flag"), "green");
+}
+
+TEST(SiteInformation, DamagedRecordsEitherFailOrAgreeWithTheModuleReader) {
+  const CParameters site = inforecords::SiteParameters("damage", 5);
+  const Bytes good = inforecords::Record(31337, inforecords::Clock(), &site);
+  std::mt19937 random(7);
+  int decoded = 0;
+  for (int round = 0; round < 3000; ++round) {
+    Bytes record = good;
+    const int changes = 1 + static_cast<int>(random() % 3);
+    for (int i = 0; i < changes; ++i) record[random() % record.size()] = static_cast<BYTE>(random());
+    if (random() % 4 == 0) record.resize(random() % (record.size() + 1));
+    SiteInformation information;
+    if (!Decode(record, information)) continue;
+    ++decoded;
+    // What the decoder accepts, the module's own reader reads alike, to the last byte.
+    CTTBuffer buffer(16);
+    buffer.Assign(record.data(), record.size());
+    DWORD buildTime = 0;
+    CParameters clock, parameters;
+    const auto failure = CatchKVT([&] {
+      buffer >> buildTime;
+      clock.BufferToParameters(buffer);
+      parameters.BufferToParameters(buffer);
+    });
+    ASSERT_TRUE(failure == nullptr) << round;
+    EXPECT_EQ(buffer.GetRemaining(), 0u) << round;
+    EXPECT_EQ(information.BuildTime, buildTime) << round;
+    EXPECT_EQ(information.Clock, clock.GetEntries()) << round;
+    EXPECT_EQ(information.SiteParameters, parameters.GetEntries()) << round;
+  }
+  EXPECT_GT(decoded, 0) << "some damage (inside a value) leaves a readable record";
 }
 
 TEST(SiteInformation, PageCountMustBeAPlainNumber) {
