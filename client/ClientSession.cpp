@@ -70,7 +70,9 @@ void CClientSession::OnInformationPage(const ReceivedPage& page) {
           << std::endl;
     }
     if (!Output.OutputFolder().empty() &&
-        Output.WriteInformation(page.SiteNumber, Sites.InformationFileText(page.SiteNumber)) != WriteResult::Written) {
+        Output.WriteInformation(page.SiteNumber, Sites.InformationFileText(page.SiteNumber)) != WriteResult::Written &&
+        InformationWriteFailed.insert(page.SiteNumber).second) {
+      // Told once per site, as it would be every second; the statistics count them all.
       Err << "zolclient: could not write " << InformationFileName(page.SiteNumber) << std::endl;
     }
     PrintPageLine(page, "(information)");

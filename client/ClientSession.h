@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <ostream>
+#include <set>
 #include <string>
 
 #include "client/PacketScanner.h"
@@ -47,6 +48,7 @@ class CClientSession {
   CPageAssembler Assembler;
   CPageWriter Output;
   CSiteTracker Sites;
+  std::set<DWORD> InformationWriteFailed;  // sites whose information file could not be written
   std::ostream& Out;
   std::ostream& Err;
 };

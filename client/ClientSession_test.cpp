@@ -93,6 +93,21 @@ TEST(ClientSessionSites, PageZeroThatDoesNotDecodeIsCountedToldOnceAndNotWritten
       << session.StatsText();
 }
 
+TEST(ClientSessionSites, InformationFileThatCannotBeWrittenIsToldOnceAndCounted) {
+  ScopedTempFolder temp;
+  std::ostringstream out, err;
+  zolclient::CClientSession session(128, (temp.Path() / "out").string(), out, err);
+  std::string error;
+  ASSERT_TRUE(session.Prepare(error)) << error;
+  std::filesystem::create_directory(temp.Path() / "out" / "_site1.info");  // in the way
+  Feed(session, inforecords::Packets(1, 1, inforecords::Record(1, inforecords::Clock(), nullptr)));
+  Feed(session, inforecords::Packets(1, 2, inforecords::Record(1, inforecords::Clock(), nullptr)));
+  EXPECT_EQ(err.str(), "zolclient: could not write _site1.info\n");
+  EXPECT_EQ(Count(out.str(), "site 1 page 0 (information) "), 2u) << out.str();
+  EXPECT_NE(session.StatsText().find("write failed 2, information files written 0\n"), std::string::npos)
+      << session.StatsText();
+}
+
 TEST(ClientSessionSites, WithoutAnOutputFolderTheInformationPageIsOnlyListed) {
   std::ostringstream out, err;
   zolclient::CClientSession session(128, "", out, err);
