@@ -102,11 +102,18 @@ std::string ClientUsage() {
          "Options:\n"
          "  --out DIR                write every page under DIR at its path and name; a page whose\n"
          "                           path or name could leave DIR is refused and counted\n"
-         "                           (without --out pages are only listed)\n"
-         "  --stats                  print packet and page counts when the client ends\n"
+         "                           (without --out pages are only listed). A site's information\n"
+         "                           page is written as DIR/_siteS.info, key=value lines\n"
+         "  --stats                  print packet and page counts when the client ends, and\n"
+         "                           per site its name, pagecount, pages complete and clock\n"
          "  --timeout S              stop after S seconds (decimals allowed)\n"
-         "  --until-complete N       stop once N distinct pages are complete; with --timeout,\n"
-         "                           exit status 1 when the time runs out first\n"
+         "  --until-complete N       stop once N distinct pages (page 0 included) are complete;\n"
+         "                           with --timeout, exit status 1 when the time runs out first\n"
+         "  --until-complete site    stop once every site heard is complete: its information\n"
+         "                           page (page 0) with the site's parameters came since its\n"
+         "                           latest build time, and at least 'pagecount' distinct other\n"
+         "                           pages of it were complete since then (a new build time\n"
+         "                           starts the site afresh); exit status 1 as above\n"
          "  --packet-size N          packet size of the server, 16 to 128 (default 128)\n"
          "  --interface NAME         udp only: join the group on this interface (name or address)\n"
          "  --reconnect-pause S      tcp and serial: seconds between tries (default 1)\n"
@@ -114,6 +121,9 @@ std::string ClientUsage() {
          "\n"
          "For each new page version one line goes to stdout:\n"
          "  site S page P PATH/NAME SIZE bytes version HIGH.LOW\n"
+         "where PATH/NAME is (information) for a site's information page (page 0), and\n"
+         "  site S rebuilt: build time T\n"
+         "when a site's information page shows a new build time.\n"
          "Exit status: 0 done, 1 a source that cannot be opened or a goal not reached in time,\n"
          "2 a bad argument.\n";
 }
@@ -176,11 +186,16 @@ bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions
         }
       } else if (name == "--until-complete") {
         if (!takeValue()) return false;
-        if (!ParseUnsigned(value, 1u << 20, number) || number == 0) {
-          error = "bad --until-complete '" + value + "': expected a page count of at least 1";
+        if (value == "site") {
+          options.UntilSitesComplete = true;
+          options.UntilComplete = 0;
+        } else if (!ParseUnsigned(value, 1u << 20, number) || number == 0) {
+          error = "bad --until-complete '" + value + "': expected a page count of at least 1, or site";
           return false;
+        } else {
+          options.UntilComplete = static_cast<std::size_t>(number);
+          options.UntilSitesComplete = false;
         }
-        options.UntilComplete = static_cast<std::size_t>(number);
       } else if (name == "--packet-size") {
         if (!takeValue()) return false;
         if (!ParseUnsigned(value, kMaxPacketSize, number) || number < kMinPacketSize) {

@@ -23,6 +23,7 @@ struct ClientOptions {
   bool Stats = false;
   double TimeoutSeconds = 0;      // 0: no limit
   std::size_t UntilComplete = 0;  // 0: no limit
+  bool UntilSitesComplete = false;  // --until-complete site
   std::size_t PacketSize = 128;
   double ReconnectPauseSeconds = 1;
   bool Help = false;

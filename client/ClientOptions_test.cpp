@@ -54,12 +54,33 @@ TEST(ClientOptions, SerialSourceWithAndWithoutBaud) {
   EXPECT_EQ(o.PacketSize, 128u);
 }
 
+TEST(ClientOptions, UntilCompleteTakesSiteInsteadOfACount) {
+  ClientOptions o;
+  std::string error;
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--until-complete", "site"}, o, error)) << error;
+  EXPECT_TRUE(o.UntilSitesComplete);
+  EXPECT_EQ(o.UntilComplete, 0u);
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--until-complete=site"}, o, error)) << error;
+  EXPECT_TRUE(o.UntilSitesComplete);
+  // The last one given counts.
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--until-complete", "site", "--until-complete", "3"}, o, error));
+  EXPECT_FALSE(o.UntilSitesComplete);
+  EXPECT_EQ(o.UntilComplete, 3u);
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--until-complete", "3", "--until-complete", "site"}, o, error));
+  EXPECT_TRUE(o.UntilSitesComplete);
+  EXPECT_EQ(o.UntilComplete, 0u);
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--until-complete", "sites"}, o, error));
+  EXPECT_EQ(error, "bad --until-complete 'sites': expected a page count of at least 1, or site");
+}
+
 TEST(ClientOptions, HelpNeedsNoSource) {
   ClientOptions o;
   std::string error;
   ASSERT_TRUE(Parse({"--help"}, o, error));
   EXPECT_TRUE(o.Help);
   EXPECT_NE(zolclient::ClientUsage().find("--until-complete"), std::string::npos);
+  EXPECT_NE(zolclient::ClientUsage().find("--until-complete site"), std::string::npos);
+  EXPECT_NE(zolclient::ClientUsage().find("DIR/_siteS.info"), std::string::npos);
 }
 
 TEST(ClientOptions, BadArgumentsGiveOneLineErrors) {
@@ -81,6 +102,8 @@ TEST(ClientOptions, BadArgumentsGiveOneLineErrors) {
       {"tcp://127.0.0.1:1", "--timeout", "soon"},
       {"tcp://127.0.0.1:1", "--timeout"},
       {"tcp://127.0.0.1:1", "--until-complete", "0"},
+      {"tcp://127.0.0.1:1", "--until-complete", "Site"},
+      {"tcp://127.0.0.1:1", "--until-complete", ""},
       {"tcp://127.0.0.1:1", "--interface", "eth0"},
       {"tcp://127.0.0.1:1", "--stats=yes"},
       {"tcp://127.0.0.1:1", "--unknown"},

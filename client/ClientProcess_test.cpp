@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "client/HandBuiltPackets.h"
+#include "client/InformationRecords.h"
 #include "client/TestFolders.h"
 #include "frame/platform/SerialLine.h"
 #include "frame/platform/Sockets.h"
@@ -326,6 +327,115 @@ TEST(ClientProcessPort, SerialClientNoticesALineThatHangsUp) {
       << client.Stderr();
 }
 
+// A carousel of two sites, sent round by round on one connection until the client leaves:
+// site 1 has the page count 2 and pages 1 and 9 (9 only from the fourth round on); its
+// parameters come in every third round only. Site 2 has one page, 8.
+class TwoSiteCarousel {
+ public:
+  explicit TwoSiteCarousel(std::size_t site1Pages = 2) : Site1Pages(site1Pages) {}
+
+  Bytes Round(unsigned round) const {
+    std::vector<Bytes> packets;
+    const auto add = [&](const std::vector<Bytes>& more) { packets.insert(packets.end(), more.begin(), more.end()); };
+    const CParameters site1 = inforecords::SiteParameters("Main board", static_cast<int>(Site1Pages));
+    const CParameters site2 = inforecords::SiteParameters("Pit lane", 1);
+    const BYTE version = static_cast<BYTE>(1 + round % 60);
+    add(inforecords::Packets(1, version,
+                             inforecords::Record(1000, inforecords::Clock("green", "10:00:0" + std::to_string(round % 10)),
+                                                 round % 3 == 2 ? &site1 : nullptr)));
+    add(handbuilt::PagePackets(1, 1, 0, 1, "results/", "schedule.html", Text("<p>schedule</p>")));
+    add(inforecords::Packets(2, version, inforecords::Record(2000, inforecords::Clock("red"), &site2)));
+    add(handbuilt::PagePackets(2, 8, 0, 1, "", "pit.html", Text("<p>pit</p>")));
+    if (round >= 3) add(handbuilt::PagePackets(1, 9, 0, 1, "", "late.css", Text("p{}")));
+    return handbuilt::Join(packets);
+  }
+
+ private:
+  std::size_t Site1Pages;
+};
+
+// Serves rounds of `carousel` to one connection, about ten a second, until the client is
+// done, the connection fails or 30 seconds pass.
+void ServeRounds(int listener, const TwoSiteCarousel& carousel, const ClientProgram& client) {
+  const int connection = AcceptWithin(listener, 20);
+  if (connection == platform::kNoSocket) return;
+  const std::uint64_t start = platform::MonotonicMilliseconds();
+  for (unsigned round = 0; !client.HasFinished() && platform::MonotonicMilliseconds() - start < 30000; ++round) {
+    if (!SendAll(connection, carousel.Round(round))) break;
+    platform::SleepMilliseconds(100);
+  }
+  platform::CloseSocket(connection);
+}
+
+TEST(ClientProcessPort, UntilCompleteSiteWaitsForEveryPageOfEverySite) {
+  ScopedTempFolder temp;
+  const fs::path out = temp.Path() / "out";
+  const std::uint16_t port = platform::FindFreeTcpPort();
+  ASSERT_NE(port, 0);
+  const int listener = platform::OpenTcpSocket();
+  ASSERT_NE(listener, platform::kNoSocket);
+  ASSERT_TRUE(platform::BindAnyAddress(listener, port));
+  ASSERT_TRUE(platform::Listen(listener, 4));
+  ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
+                                        " --until-complete site --timeout 30 --stats --reconnect-pause 0.2");
+  ServeRounds(listener, TwoSiteCarousel(), client);
+  const int status = client.Wait();
+  platform::CloseSocket(listener);
+
+  const std::string stdoutText = client.Stdout();
+  EXPECT_EQ(status, 0) << client.Stderr() << stdoutText;
+  // Site 1 is complete only with page 9, which came late.
+  EXPECT_NE(stdoutText.find("site 1 page 9 late.css 3 bytes version 0.1\n"), std::string::npos) << stdoutText;
+  EXPECT_NE(stdoutText.find("site 1 page 0 (information) "), std::string::npos) << stdoutText;
+  EXPECT_NE(stdoutText.find("site 1: name Main board, pagecount 2, pages complete 2, build time 1000, "),
+            std::string::npos)
+      << stdoutText;
+  EXPECT_NE(stdoutText.find("rebuilds 0, flag green, racetime 0:12:03.400, timeofday 10:00:0"), std::string::npos)
+      << stdoutText;
+  EXPECT_NE(stdoutText.find("site 2: name Pit lane, pagecount 1, pages complete 1, build time 2000, "),
+            std::string::npos)
+      << stdoutText;
+  EXPECT_NE(stdoutText.find(", flag red, "), std::string::npos) << stdoutText;
+  // The information pages are beside the pages as text, and nothing has an empty name.
+  EXPECT_EQ(ListTree(out), (std::vector<std::string>{"_site1.info", "_site2.info", "late.css", "pit.html", "results",
+                                                     "results/schedule.html"}));
+  const std::string info1 = ReadWholeFile(out / "_site1.info");
+  EXPECT_EQ(info1.rfind("site=1\nbuildtime=1000\nclock.flag=green\n", 0), 0u) << info1;
+  EXPECT_NE(info1.find("site.name=Main board\nsite.pagecount=2\n"), std::string::npos) << info1;
+  EXPECT_NE(ReadWholeFile(out / "_site2.info").find("site.name=Pit lane\n"), std::string::npos);
+}
+
+TEST(ClientProcessPort, UntilCompleteSiteTellsWhatIsMissingWhenTheTimeRunsOut) {
+  ScopedTempFolder temp;
+  const std::uint16_t port = platform::FindFreeTcpPort();
+  ASSERT_NE(port, 0);
+  const int listener = platform::OpenTcpSocket();
+  ASSERT_NE(listener, platform::kNoSocket);
+  ASSERT_TRUE(platform::BindAnyAddress(listener, port));
+  ASSERT_TRUE(platform::Listen(listener, 4));
+  ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) +
+                                        " --until-complete site --timeout 2 --reconnect-pause 0.2");
+  ServeRounds(listener, TwoSiteCarousel(3), client);  // site 1 claims 3 pages but has 2
+  const int status = client.Wait();
+  platform::CloseSocket(listener);
+  EXPECT_EQ(status, 1);
+  const std::string stderrText = client.Stderr();
+  EXPECT_NE(stderrText.find("zolclient: site 1: 2 of 3 pages complete when the time ran out\n"), std::string::npos)
+      << stderrText;
+  EXPECT_EQ(stderrText.find("site 2"), std::string::npos) << stderrText;
+}
+
+TEST(ClientProcessPort, UntilCompleteSiteWithNothingHeardFailsInTime) {
+  ScopedTempFolder temp;
+  const std::uint16_t port = platform::FindFreeTcpPort();
+  ASSERT_NE(port, 0);
+  ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) +
+                                        " --timeout 1 --until-complete site --reconnect-pause 0.2");
+  EXPECT_EQ(client.Wait(), 1);
+  EXPECT_NE(client.Stderr().find("zolclient: no site seen when the time ran out\n"), std::string::npos)
+      << client.Stderr();
+}
+
 TEST(ClientProcess, BadArgumentGivesOneLineAndStatusTwo) {
   ScopedTempFolder temp;
   ClientProgram client(temp.Path(), "tcp://127.0.0.1:1 --packet-size 200");
@@ -339,7 +449,8 @@ TEST(ClientProcess, HelpExplainsEveryOption) {
   ClientProgram client(temp.Path(), "--help");
   EXPECT_EQ(client.Wait(), 0);
   const std::string text = client.Stdout();
-  for (const char* option : {"--out", "--stats", "--timeout", "--until-complete", "--packet-size", "--interface",
+  for (const char* option : {"--out", "--stats", "--timeout", "--until-complete N", "--until-complete site",
+                             "_siteS.info", "(information)", "rebuilt", "--packet-size", "--interface",
                              "--reconnect-pause", "--help", "tcp://", "udp://", "serial:"}) {
     EXPECT_NE(text.find(option), std::string::npos) << option;
   }

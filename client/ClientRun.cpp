@@ -47,6 +47,7 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
     int status = kExitDone;
     while (!StopRequested.load()) {
       if (options.UntilComplete > 0 && session.DistinctCompletePages() >= options.UntilComplete) break;
+      if (options.UntilSitesComplete && session.AllSitesComplete()) break;
       int wait = kTurnMilliseconds;
       if (limit > 0) {
         const std::uint64_t elapsed = platform::MonotonicMilliseconds() - start;
@@ -54,6 +55,12 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
           if (options.UntilComplete > 0) {
             err << "zolclient: " << session.DistinctCompletePages() << " of " << options.UntilComplete
                 << " pages complete when the time ran out" << std::endl;
+            status = kExitFailed;
+          }
+          if (options.UntilSitesComplete) {
+            for (const std::string& shortfall : session.SiteStates().Shortfalls()) {
+              err << "zolclient: " << shortfall << " when the time ran out" << std::endl;
+            }
             status = kExitFailed;
           }
           break;

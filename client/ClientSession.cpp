@@ -3,30 +3,10 @@
 #include <sstream>
 #include <utility>
 
+#include "distribution/PacketFormat.h"
 #include "frame/KVTException.h"
 
 namespace zolclient {
-
-namespace {
-
-// Names and paths come from the wire: show them without control bytes.
-std::string Printable(const std::string& text) {
-  std::string shown;
-  for (char c : text) {
-    const unsigned char u = static_cast<unsigned char>(c);
-    if (u < 0x20 || u == 0x7F) {
-      static const char kHex[] = "0123456789abcdef";
-      shown += "\\x";
-      shown += kHex[u >> 4];
-      shown += kHex[u & 0xF];
-    } else {
-      shown += c;
-    }
-  }
-  return shown;
-}
-
-}  // namespace
 
 CClientSession::CClientSession(std::size_t packetSize, std::string outputFolder, std::ostream& out,
                                std::ostream& err)
@@ -40,6 +20,7 @@ bool CClientSession::Prepare(std::string& error) {
 }
 
 void CClientSession::OnPacket(const ScannedPacket& packet) {
+  Sites.NoteSite(wire::SiteNumber(packet.PacketID));
   Assembler.Add(packet, [&](const ReceivedPage& page) { OnPage(page); });
 }
 
@@ -62,9 +43,51 @@ void CClientSession::OnNewConnection() {
   });
 }
 
+void CClientSession::PrintPageLine(const ReceivedPage& page, const std::string& location) {
+  Out << "site " << page.SiteNumber << " page " << page.PageNumber << " " << location << " "
+      << page.Record.Data.size() << " bytes version " << static_cast<unsigned>(page.SequenceHigh) << "."
+      << static_cast<unsigned>(page.SequenceLow) << std::endl;
+}
+
+void CClientSession::OnInformationPage(const ReceivedPage& page) {
+  Guarded("CClientSession::OnInformationPage()", [&] {
+    std::string why;
+    const bool firstBad = Sites.Sites().count(page.SiteNumber) == 0 ||
+                          Sites.Sites().at(page.SiteNumber).BadInformationPages == 0;
+    const InformationOutcome outcome = Sites.OnInformationPage(page.SiteNumber, page.Record.Data, &why);
+    if (outcome == InformationOutcome::NotInformation) {
+      // Once per site: a server that sends something else as page 0 does so every second.
+      if (firstBad) {
+        Err << "zolclient: site " << page.SiteNumber << " page 0 is not an information page (" << why << ")"
+            << std::endl;
+      }
+      PrintPageLine(page, "(not an information page)");
+      return;
+    }
+    if (outcome == InformationOutcome::Rebuilt) {
+      Assembler.ForgetDeliveredVersionsOfSite(page.SiteNumber, page.PageIdentity);
+      Out << "site " << page.SiteNumber << " rebuilt: build time " << Sites.Sites().at(page.SiteNumber).BuildTime
+          << std::endl;
+    }
+    if (!Output.OutputFolder().empty() &&
+        Output.WriteInformation(page.SiteNumber, Sites.InformationFileText(page.SiteNumber)) != WriteResult::Written &&
+        InformationWriteFailed.insert(page.SiteNumber).second) {
+      // Told once per site, as it would be every second; the statistics count them all.
+      Err << "zolclient: could not write " << InformationFileName(page.SiteNumber) << std::endl;
+    }
+    PrintPageLine(page, "(information)");
+  });
+}
+
 void CClientSession::OnPage(const ReceivedPage& page) {
   Guarded("CClientSession::OnPage()", [&] {
-    const std::string location = Printable(DisplayLocation(page.Record.Path, page.Record.Name));
+    if (page.PageNumber == 0) {
+      OnInformationPage(page);
+      return;
+    }
+    // Complete is complete: a page that cannot be written still counts for its site.
+    Sites.OnContentPage(page.SiteNumber, page.PageNumber);
+    const std::string location = PrintableText(DisplayLocation(page.Record.Path, page.Record.Name));
     if (!Output.OutputFolder().empty()) {
       switch (Output.Write(page)) {
         case WriteResult::Written: break;
@@ -78,9 +101,7 @@ void CClientSession::OnPage(const ReceivedPage& page) {
           return;
       }
     }
-    Out << "site " << page.SiteNumber << " page " << page.PageNumber << " " << location << " "
-        << page.Record.Data.size() << " bytes version " << static_cast<unsigned>(page.SequenceHigh) << "."
-        << static_cast<unsigned>(page.SequenceLow) << std::endl;
+    PrintPageLine(page, location);
   });
 }
 
@@ -99,7 +120,9 @@ std::string CClientSession::StatsText() const {
          << ", bad escape " << a.BadEscape << ", bad length " << a.BadLength << ", bad compression "
          << a.BadCompression << ", bad record " << a.BadRecord;
     const WriteCounters& w = Output.Counters();
-    text << ", written " << w.Written << ", refused " << w.Refused << ", write failed " << w.Failed << "\n";
+    text << ", written " << w.Written << ", refused " << w.Refused << ", write failed " << w.Failed
+         << ", information files written " << w.InformationWritten << "\n";
+    text << Sites.StatsLines();
     return text.str();
   });
 }

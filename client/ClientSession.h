@@ -4,11 +4,13 @@
 
 #include <cstddef>
 #include <ostream>
+#include <set>
 #include <string>
 
 #include "client/PacketScanner.h"
 #include "client/PageAssembler.h"
 #include "client/PageWriter.h"
+#include "client/SiteTracker.h"
 
 namespace zolclient {
 
@@ -26,19 +28,27 @@ class CClientSession {
   void OnNewConnection();
 
   std::size_t DistinctCompletePages() const { return Assembler.DistinctCompletePages(); }
+  // Every site heard is complete (see CSiteTracker for the rule).
+  bool AllSitesComplete() const { return Sites.AllSitesComplete(); }
   std::string StatsText() const;
 
   const CPacketScanner& Scanner() const { return PacketScanner; }
   const CPageAssembler& Pages() const { return Assembler; }
+  const CSiteTracker& SiteStates() const { return Sites; }
   const CPageWriter* Writer() const { return Output.OutputFolder().empty() ? nullptr : &Output; }
 
  private:
   void OnPacket(const ScannedPacket& packet);
   void OnPage(const ReceivedPage& page);
+  // Page 0: decoded, never written as a page; a rebuilt site's pages are taken afresh.
+  void OnInformationPage(const ReceivedPage& page);
+  void PrintPageLine(const ReceivedPage& page, const std::string& location);
 
   CPacketScanner PacketScanner;
   CPageAssembler Assembler;
   CPageWriter Output;
+  CSiteTracker Sites;
+  std::set<DWORD> InformationWriteFailed;  // sites whose information file could not be written
   std::ostream& Out;
   std::ostream& Err;
 };

@@ -30,6 +30,14 @@ void CPageAssembler::ForgetDeliveredVersions() {
   });
 }
 
+void CPageAssembler::ForgetDeliveredVersionsOfSite(DWORD siteNumber, DWORD keepIdentity) {
+  Guarded("CPageAssembler::ForgetDeliveredVersionsOfSite()", [&] {
+    for (auto& [identity, collection] : Pages) {
+      if (wire::SiteNumber(identity) == siteNumber && identity != keepIdentity) collection.HasDelivered = false;
+    }
+  });
+}
+
 void CPageAssembler::Add(const ScannedPacket& packet, const Sink& sink) {
   Guarded("CPageAssembler::Add()", [&] {
     ++Stats.Packets;

@@ -59,6 +59,9 @@ class CPageAssembler {
   // Forgets which versions were delivered, so that every page is taken again: after a
   // reconnection the server may have restarted and counts its versions from the start.
   void ForgetDeliveredVersions();
+  // The same for the pages of one site but `keepIdentity`: a rebuilt site numbers its
+  // pages afresh and starts their versions again, so an old version pair means nothing.
+  void ForgetDeliveredVersionsOfSite(DWORD siteNumber, DWORD keepIdentity);
 
  private:
   struct Collection {

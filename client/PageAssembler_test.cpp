@@ -201,6 +201,24 @@ TEST(PageAssembler, ForgettingDeliveredVersionsTakesTheSameVersionAgain) {
   EXPECT_EQ(r.Pages.size(), 2u);
 }
 
+TEST(PageAssembler, ForgettingOneSiteTakesItsPagesAgainButNotTheKeptOneNorOtherSites) {
+  const auto info = handbuilt::PagePackets(1, 0, 0, 1, "", "", SomeData(20));
+  const auto page = handbuilt::PagePackets(1, 8, 0, 1, "", "a", SomeData(100));
+  const auto other = handbuilt::PagePackets(2, 8, 0, 1, "", "b", SomeData(100));
+  Receiver r;
+  r.Feed(info);
+  r.Feed(page);
+  r.Feed(other);
+  ASSERT_EQ(r.Pages.size(), 3u);
+  r.Assembler.ForgetDeliveredVersionsOfSite(1, wire::MakePageKey(1, 0, 0));
+  r.Feed(info);
+  r.Feed(page);
+  r.Feed(other);
+  ASSERT_EQ(r.Pages.size(), 4u);
+  EXPECT_EQ(r.Pages[3].SiteNumber, 1u);
+  EXPECT_EQ(r.Pages[3].PageNumber, 8u);
+}
+
 // A stream whose sizes are wrong on purpose, cut and checksummed correctly.
 std::size_t DeliveredFromStream(const Bytes& stream, zolclient::AssemblyCounters& counters) {
   Receiver r;

@@ -72,6 +72,8 @@ bool CPageWriter::Prepare(std::string& error) {
   });
 }
 
+std::string InformationFileName(DWORD siteNumber) { return "_site" + std::to_string(siteNumber) + ".info"; }
+
 WriteResult CPageWriter::Write(const ReceivedPage& page) {
   return Guarded("CPageWriter::Write()", [&] {
     std::string relative;
@@ -79,6 +81,23 @@ WriteResult CPageWriter::Write(const ReceivedPage& page) {
       ++Stats.Refused;
       return WriteResult::Refused;
     }
+    const WriteResult result = WriteAt(relative, page.Record.Data.data(), page.Record.Data.size());
+    if (result == WriteResult::Written) ++Stats.Written;
+    return result;
+  });
+}
+
+WriteResult CPageWriter::WriteInformation(DWORD siteNumber, const std::string& text) {
+  return Guarded("CPageWriter::WriteInformation()", [&] {
+    const WriteResult result =
+        WriteAt(InformationFileName(siteNumber), reinterpret_cast<const BYTE*>(text.data()), text.size());
+    if (result == WriteResult::Written) ++Stats.InformationWritten;
+    return result;
+  });
+}
+
+WriteResult CPageWriter::WriteAt(const std::string& relative, const BYTE* data, std::size_t size) {
+  return Guarded("CPageWriter::WriteAt()", [&] {
     std::error_code code;
     // Walk down from the output folder; the client never makes links, so a link on the
     // way was put there by someone else and could lead out of the folder.
@@ -121,8 +140,7 @@ WriteResult CPageWriter::Write(const ReceivedPage& page) {
         ++Stats.Failed;
         return WriteResult::Failed;
       }
-      out.write(reinterpret_cast<const char*>(page.Record.Data.data()),
-                static_cast<std::streamsize>(page.Record.Data.size()));
+      out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
       out.close();
       if (!out) {
         fs::remove(part, code);
@@ -136,7 +154,6 @@ WriteResult CPageWriter::Write(const ReceivedPage& page) {
       ++Stats.Failed;
       return WriteResult::Failed;
     }
-    ++Stats.Written;
     return WriteResult::Written;
   });
 }
