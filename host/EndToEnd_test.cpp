@@ -62,8 +62,7 @@ TEST(EndToEndTcp, ThreeClientsGetEverySiteFileAndTheServerDropsTheOneThatWasKill
   auto startClient = [&](const std::string& out, const std::string& timeout) {
     return std::make_unique<ChildProcess>(
         kClient,
-        // Every site also sends its information page and its schedule page.
-        std::vector<std::string>{source, "--out", out, "--until-complete", std::to_string(files.size() + 2), "--timeout",
+        std::vector<std::string>{source, "--out", out, "--until-complete", "site", "--timeout",
                                  timeout, "--reconnect-pause", "0.1", "--stats"},
         work.Path());
   };
