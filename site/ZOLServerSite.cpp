@@ -4,17 +4,17 @@
 #include <cctype>
 #include <limits>
 
+#include "data/Event.h"
+#include "data/RMData.h"
+#include "data/Run.h"
 #include "distribution/SerialPort.h"
+#include "frame/BaseModule.h"
 #include "frame/Clock.h"
 #include "frame/KVTException.h"
 #include "frame/platform/DirectorySearch.h"
 #include "frame/platform/Time.h"
-#include "data/Event.h"
-#include "data/RMData.h"
-#include "data/Run.h"
-#include "frame/BaseModule.h"
-#include "site/ZOLServerInfo.h"
 #include "site/ZOLServerInclude.h"
+#include "site/ZOLServerInfo.h"
 #include "site/ZOLServerPage.h"
 #include "web/PublishedPage.h"
 
@@ -120,7 +120,8 @@ void CZOLServerSite::Build(const std::string& rootDir, int eventId, BOOL force) 
     SetParameter("pagecount", std::to_string(Pages.size() - 1));
     std::vector<CZOLServerPage*> templates;
     for (const auto& [number, page] : Pages) {
-      if (page->GetIsTemplate() != 0) templates.push_back(static_cast<CZOLServerPage*>(page));
+      auto* templatePage = dynamic_cast<CZOLServerPage*>(page);
+      if (templatePage != nullptr && page->GetIsTemplate() != 0) templates.push_back(templatePage);
     }
     for (CZOLServerPage* page : templates) UpdatePageIncludes(page);
     if (dropQueued) {
