@@ -191,7 +191,7 @@ void BM_SiteBuild(benchmark::State& state) {
 BENCHMARK(BM_SiteBuild)->Unit(benchmark::kMillisecond);
 
 // A page that the site published, as the baseline makes it again by hand.
-struct PageSpec {
+struct PagePlan {
   DWORD Number;
   DWORD Level;
   DWORD Repeat;
@@ -206,28 +206,28 @@ void BM_SiteBuild_Baseline(benchmark::State& state) {
   PackageInstalled package;
   const std::string root = Site().Root();
   CRMComm comm(nullptr);
-  std::vector<PageSpec> specs;
+  std::vector<PagePlan> plans;
   {
     CZOLServerSite site(1, &comm);
     site.Build(root, -1, 1);
     for (const auto& [number, page] : site.GetPages()) {
       if (number == 0) continue;
-      specs.push_back({number, page->GetPageKey() >> 30, page->GetRepeat(), page->GetPath(), page->GetSourceFilename(),
+      plans.push_back({number, page->GetPageKey() >> 30, page->GetRepeat(), page->GetPath(), page->GetSourceFilename(),
                        page->GetIsTemplate() != 0});
     }
   }
   for (auto _ : state) {
     std::vector<std::unique_ptr<COutputPage>> pages;
-    pages.reserve(specs.size());
-    for (const PageSpec& spec : specs) {
-      if (spec.Template) {
-        auto page = std::make_unique<CZOLServerPage>(1, spec.Number, spec.Level, spec.Repeat, spec.Path, spec.File);
+    pages.reserve(plans.size());
+    for (const PagePlan& plan : plans) {
+      if (plan.Template) {
+        auto page = std::make_unique<CZOLServerPage>(1, plan.Number, plan.Level, plan.Repeat, plan.Path, plan.File);
         page->Initialize(&comm, -1, root, -1, "");
         page->ZOLExport();
         page->BuildPackets();
         pages.push_back(std::move(page));
       } else {
-        auto page = std::make_unique<COutputPage>(1, spec.Number, spec.Level, spec.Repeat, spec.Path, spec.File);
+        auto page = std::make_unique<COutputPage>(1, plan.Number, plan.Level, plan.Repeat, plan.Path, plan.File);
         page->FileImport(root);
         page->BuildPackets();
         pages.push_back(std::move(page));
@@ -235,7 +235,7 @@ void BM_SiteBuild_Baseline(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(pages.data());
   }
-  ReportPages(state, specs.size());
+  ReportPages(state, plans.size());
 }
 BENCHMARK(BM_SiteBuild_Baseline)->Unit(benchmark::kMillisecond);
 
