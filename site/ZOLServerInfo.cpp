@@ -6,8 +6,8 @@
 #include "frame/TimeText.h"
 #include "site/ZOLServerSite.h"
 
-CZOLServerInfo::CZOLServerInfo(DWORD siteId, CZOLServerSite* site, CRMComm* comm)
-    : CZOLServerPage(siteId, 0, 0, 1, "", ""), m_site(site), m_infoComm(comm) {}
+CZOLServerInfo::CZOLServerInfo(DWORD siteId, CZOLServerSite* site)
+    : CZOLServerPage(siteId, 0, 0, 1, "", ""), m_site(site) {}
 
 std::string CZOLServerInfo::GetFlagName() const {
   // The flag is read from the run's information view; until a view is bound there is

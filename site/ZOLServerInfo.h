@@ -7,13 +7,12 @@
 #include "frame/Types.h"
 #include "site/ZOLServerPage.h"
 
-class CRMComm;
 class CRun;
 class CZOLServerSite;
 
 class CZOLServerInfo : public CZOLServerPage {
  public:
-  CZOLServerInfo(DWORD siteId, CZOLServerSite* site, CRMComm* comm);
+  CZOLServerInfo(DWORD siteId, CZOLServerSite* site);
 
   // Sent on its own schedule (every clock change), never by the carousel.
   bool ShouldRepeat() override { return false; }
@@ -31,7 +30,6 @@ class CZOLServerInfo : public CZOLServerPage {
 
  private:
   CZOLServerSite* m_site;
-  CRMComm* m_infoComm;
   CRun* m_run = nullptr;
   CParameters m_clockParameters;
   DWORD m_lastSecond = 0;

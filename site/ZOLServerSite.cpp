@@ -49,7 +49,7 @@ CZOLServerSite::CZOLServerSite(DWORD siteId, CRMComm* comm) : SiteId(siteId), Co
   Guarded("CZOLServerSite::CZOLServerSite()", [&] {
     if (Comm != nullptr) CRMCommObserver::Attach(Comm);
     Clear(FALSE);
-    m_infoPage = new CZOLServerInfo(SiteId, this, Comm);
+    m_infoPage = new CZOLServerInfo(SiteId, this);
     m_schedulePage = new CZOLServerPage(SiteId, 1, 1, 30, "results/", "schedule.zol");
     m_currentPage = new CZOLServerPage(SiteId, 2, 1, 20, "results/", "current.zol");
     m_atTheLinePage = new CZOLServerPage(SiteId, 3, 1, 30, "results/", "attheline.zol");
