@@ -19,6 +19,20 @@
 namespace {
 
 namespace fs = std::filesystem;
+
+// A listening TCP socket on a free port of this machine, or kNoSocket.
+int ListenOnFreePort(std::uint16_t& port) {
+  port = platform::FindFreeTcpPort();
+  if (port == 0) return platform::kNoSocket;
+  const int listener = platform::OpenTcpSocket();
+  if (listener == platform::kNoSocket) return listener;
+  if (!platform::BindAnyAddress(listener, port) || !platform::Listen(listener, 4)) {
+    platform::CloseSocket(listener);
+    return platform::kNoSocket;
+  }
+  return listener;
+}
+
 using handbuilt::Bytes;
 using testfolders::ListTree;
 using testfolders::ReadWholeFile;
@@ -92,12 +106,9 @@ TEST(ClientProcessPort, TcpClientRebuildsPagesAcrossAReconnection) {
   const auto pageC = handbuilt::PagePackets(2, 7, 1, 1, "x/y", "c.txt", Text("third"));
   const auto evil = handbuilt::PagePackets(1, 9, 0, 1, "../", "evil.html", Text("must not appear"));
 
-  const std::uint16_t port = platform::FindFreeTcpPort();
-  ASSERT_NE(port, 0);
-  const int listener = platform::OpenTcpSocket();
+  std::uint16_t port = 0;
+  const int listener = ListenOnFreePort(port);
   ASSERT_NE(listener, platform::kNoSocket);
-  ASSERT_TRUE(platform::BindAnyAddress(listener, port));
-  ASSERT_TRUE(platform::Listen(listener, 4));
 
   ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
                                         " --until-complete 4 --timeout 30 --stats --reconnect-pause 0.2");
@@ -370,12 +381,9 @@ void ServeRounds(int listener, const TwoSiteCarousel& carousel, const ClientProg
 TEST(ClientProcessPort, UntilCompleteSiteWaitsForEveryPageOfEverySite) {
   ScopedTempFolder temp;
   const fs::path out = temp.Path() / "out";
-  const std::uint16_t port = platform::FindFreeTcpPort();
-  ASSERT_NE(port, 0);
-  const int listener = platform::OpenTcpSocket();
+  std::uint16_t port = 0;
+  const int listener = ListenOnFreePort(port);
   ASSERT_NE(listener, platform::kNoSocket);
-  ASSERT_TRUE(platform::BindAnyAddress(listener, port));
-  ASSERT_TRUE(platform::Listen(listener, 4));
   ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
                                         " --until-complete site --timeout 30 --stats --reconnect-pause 0.2");
   ServeRounds(listener, TwoSiteCarousel(), client);
@@ -407,12 +415,9 @@ TEST(ClientProcessPort, UntilCompleteSiteWaitsForEveryPageOfEverySite) {
 
 TEST(ClientProcessPort, UntilCompleteSiteTellsWhatIsMissingWhenTheTimeRunsOut) {
   ScopedTempFolder temp;
-  const std::uint16_t port = platform::FindFreeTcpPort();
-  ASSERT_NE(port, 0);
-  const int listener = platform::OpenTcpSocket();
+  std::uint16_t port = 0;
+  const int listener = ListenOnFreePort(port);
   ASSERT_NE(listener, platform::kNoSocket);
-  ASSERT_TRUE(platform::BindAnyAddress(listener, port));
-  ASSERT_TRUE(platform::Listen(listener, 4));
   ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) +
                                         " --until-complete site --timeout 2 --reconnect-pause 0.2");
   ServeRounds(listener, TwoSiteCarousel(3), client);  // site 1 claims 3 pages but has 2

@@ -15,17 +15,9 @@
 #include "site/ZOLServerSite.h"
 #include "testing/ModuleFixture.h"
 #include "testing/PacketSizeScope.h"
+#include "testing/WaitUntil.h"
 
 namespace {
-
-bool WaitUntil(const std::function<bool()>& condition, int seconds = 30) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return condition();
-}
 
 // The client side on its own thread: the client library's scanner and assembler fed from
 // the socket; every completed page version is kept.

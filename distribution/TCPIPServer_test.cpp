@@ -16,17 +16,9 @@
 #include "testing/LogCapture.h"
 #include "testing/PacketSizeScope.h"
 #include "testing/PageReassembler.h"
+#include "testing/WaitUntil.h"
 
 namespace {
-
-bool WaitUntil(const std::function<bool()>& condition, int seconds = 30) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return condition();
-}
 
 // True when `line` is prefix, one or more characters of `digits`, then suffix.
 bool MatchesNumberLine(const std::string& line, const std::string& prefix, const std::string& digits,

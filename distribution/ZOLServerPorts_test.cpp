@@ -12,6 +12,7 @@
 #include "frame/platform/Sockets.h"
 #include "testing/LogCapture.h"
 #include "testing/PacketSizeScope.h"
+#include "testing/WaitUntil.h"
 
 namespace {
 
@@ -29,14 +30,6 @@ class ServerDirectory {
   std::filesystem::path Root;
   LogCapturePackage Package;
 };
-
-bool WaitUntil(const std::function<bool()>& condition) {
-  for (int i = 0; i < 1000; ++i) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return condition();
-}
 
 }  // namespace
 
