@@ -1,9 +1,7 @@
 // Runs the built zolclient program against a small TCP server on 127.0.0.1 and against
 // a pseudo-terminal, and looks at the files, lines and counts it leaves.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -15,6 +13,7 @@
 #include "frame/platform/SerialLine.h"
 #include "frame/platform/Sockets.h"
 #include "frame/platform/Time.h"
+#include "testing/ChildProcess.h"
 
 namespace {
 
@@ -38,34 +37,23 @@ using testfolders::ListTree;
 using testfolders::ReadWholeFile;
 using testfolders::ScopedTempFolder;
 
-// Runs zolclient with `arguments` on a thread; stdout and stderr go to files in `folder`.
+// Runs zolclient with `arguments` (and a command `prefix` such as "ip netns exec NAME ")
+// through the shell; its standard output and error go to files of a folder of its own, so
+// that the folders a test looks at hold only what the client wrote.
 class ClientProgram {
  public:
-  ClientProgram(const fs::path& folder, const std::string& arguments, const std::string& prefix = "")
-      : Folder(folder) {
-    const std::string command = prefix + std::string(ZOL_BINARY_DIR) + "/zolclient " + arguments + " >" +
-                                (folder / "stdout.txt").string() + " 2>" + (folder / "stderr.txt").string();
-    Runner = std::thread([this, command] {
-      Status = std::system(command.c_str());
-      Finished = true;
-    });
-  }
-  ~ClientProgram() {
-    if (Runner.joinable()) Runner.join();
-  }
-  int Wait() {
-    Runner.join();
-    return WIFEXITED(Status) ? WEXITSTATUS(Status) : -1;
-  }
-  bool HasFinished() const { return Finished; }
-  std::string Stdout() const { return ReadWholeFile(Folder / "stdout.txt"); }
-  std::string Stderr() const { return ReadWholeFile(Folder / "stderr.txt"); }
+  explicit ClientProgram(const std::string& arguments, const std::string& prefix = "")
+      : Process("/bin/sh", {"-c", "exec " + prefix + std::string(ZOL_BINARY_DIR) + "/zolclient " + arguments},
+                Logs.Path().string()) {}
+  // The exit status, or -1 when the program has not ended within two minutes.
+  int Wait() { return Process.WaitForExit(120).value_or(-1); }
+  bool HasFinished() { return !Process.Running(); }
+  std::string Stdout() const { return Process.Stdout(); }
+  std::string Stderr() const { return Process.Stderr(); }
 
  private:
-  fs::path Folder;
-  std::thread Runner;
-  int Status = -1;
-  std::atomic<bool> Finished{false};
+  ScopedTempFolder Logs;
+  ChildProcess Process;
 };
 
 bool SendAll(int socket, const Bytes& bytes) {
@@ -110,8 +98,8 @@ TEST(ClientProcessPort, TcpClientRebuildsPagesAcrossAReconnection) {
   const int listener = ListenOnFreePort(port);
   ASSERT_NE(listener, platform::kNoSocket);
 
-  ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
-                                        " --until-complete 4 --timeout 30 --stats --reconnect-pause 0.2");
+  ClientProgram client("tcp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
+                       " --until-complete 4 --timeout 30 --stats --reconnect-pause 0.2");
 
   // First connection: page A whole, then noise, a damaged packet and half of B; then it drops.
   int connection = AcceptWithin(listener, 20);
@@ -159,15 +147,14 @@ TEST(ClientProcessPort, TcpClientRebuildsPagesAcrossAReconnection) {
   // Nothing was written beside the output folder but the captured output.
   EXPECT_EQ(ListTree(temp.Path()),
             (std::vector<std::string>{"out", "out/a.html", "out/sub", "out/sub/b.bin", "out/x", "out/x/y",
-                                      "out/x/y/c.txt", "stderr.txt", "stdout.txt"}));
+                                      "out/x/y/c.txt"}));
 }
 
 TEST(ClientProcessPort, TcpClientKeepsTryingWhileNoServerListens) {
-  ScopedTempFolder temp;
   const std::uint16_t port = platform::FindFreeTcpPort();
   ASSERT_NE(port, 0);
-  ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) +
-                                        " --timeout 1 --until-complete 1 --reconnect-pause 0.2");
+  ClientProgram client("tcp://127.0.0.1:" + std::to_string(port) +
+                       " --timeout 1 --until-complete 1 --reconnect-pause 0.2");
   EXPECT_EQ(client.Wait(), 1);
   const std::string stderrText = client.Stderr();
   EXPECT_NE(stderrText.find("cannot connect to 127.0.0.1:" + std::to_string(port) + "; trying again in 0.2 s"),
@@ -188,8 +175,8 @@ TEST(ClientProcessPort, SerialClientReadsPagesFromAPseudoTerminal) {
   const auto two = handbuilt::PagePackets(3, 2, 0, 1, "s/", "two.txt", Text("second"), 64);
   carousel.insert(carousel.end(), two.begin(), two.end());
 
-  ClientProgram client(temp.Path(), "serial:" + deviceName + "?baud=57600 --packet-size 64 --out " + out.string() +
-                                        " --until-complete 2 --timeout 30 --stats");
+  ClientProgram client("serial:" + deviceName + "?baud=57600 --packet-size 64 --out " + out.string() +
+                       " --until-complete 2 --timeout 30 --stats");
   // The carousel goes round until the client has what it wants, as a server's does.
   const std::uint64_t start = platform::MonotonicMilliseconds();
   while (!client.HasFinished() && platform::MonotonicMilliseconds() - start < 30000) {
@@ -218,8 +205,8 @@ TEST(ClientProcessPort, UdpClientTakesOneDatagramPerPacket) {
   ASSERT_NE(port, 0);
   const Bytes data = LongText(1500, 3);
   const auto page = handbuilt::PagePackets(0, 5, 0, 1, "", "u.bin", data);
-  ClientProgram client(temp.Path(), "udp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
-                                        " --until-complete 1 --timeout 30 --stats");
+  ClientProgram client("udp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
+                       " --until-complete 1 --timeout 30 --stats");
   const int sender = platform::OpenUdpSocket();
   ASSERT_NE(sender, platform::kNoSocket);
   const std::uint64_t start = platform::MonotonicMilliseconds();
@@ -302,8 +289,8 @@ TEST(ClientProcessPort, MulticastClientJoinsTheGroupOnItsInterface) {
       "  time.sleep(0.05)\n"
       "' " + (temp.Path() / "packets.bin").string() + " " + stop.string() + " >/dev/null 2>&1";
   std::thread senderThread([&] { std::system(sender.c_str()); });
-  ClientProgram client(temp.Path(), "udp://239.254.1.2:7125 --interface " + pair.ReceiverInterface + " --out " +
-                                        out.string() + " --until-complete 1 --timeout 20 --stats",
+  ClientProgram client("udp://239.254.1.2:7125 --interface " + pair.ReceiverInterface + " --out " +
+                       out.string() + " --until-complete 1 --timeout 20 --stats",
                        "ip netns exec " + pair.Receiver + " ");
   const int status = client.Wait();
   { std::ofstream(stop) << "stop"; }
@@ -315,12 +302,11 @@ TEST(ClientProcessPort, MulticastClientJoinsTheGroupOnItsInterface) {
 }
 
 TEST(ClientProcessPort, SerialClientNoticesALineThatHangsUp) {
-  ScopedTempFolder temp;
   int controller = -1;
   int device = -1;
   std::string deviceName;
   ASSERT_TRUE(platform::OpenPseudoTerminal(controller, device, deviceName));
-  ClientProgram client(temp.Path(), "serial:" + deviceName + " --timeout 4 --reconnect-pause 0.5");
+  ClientProgram client("serial:" + deviceName + " --timeout 4 --reconnect-pause 0.5");
   // A page coming through shows that the client has the line open; then the other end goes.
   const auto page = handbuilt::PagePackets(1, 1, 0, 1, "", "h", Text("here"));
   const std::uint64_t start = platform::MonotonicMilliseconds();
@@ -367,7 +353,7 @@ class TwoSiteCarousel {
 
 // Serves rounds of `carousel` to one connection, about ten a second, until the client is
 // done, the connection fails or 30 seconds pass.
-void ServeRounds(int listener, const TwoSiteCarousel& carousel, const ClientProgram& client) {
+void ServeRounds(int listener, const TwoSiteCarousel& carousel, ClientProgram& client) {
   const int connection = AcceptWithin(listener, 20);
   if (connection == platform::kNoSocket) return;
   const std::uint64_t start = platform::MonotonicMilliseconds();
@@ -384,8 +370,8 @@ TEST(ClientProcessPort, UntilCompleteSiteWaitsForEveryPageOfEverySite) {
   std::uint16_t port = 0;
   const int listener = ListenOnFreePort(port);
   ASSERT_NE(listener, platform::kNoSocket);
-  ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
-                                        " --until-complete site --timeout 30 --stats --reconnect-pause 0.2");
+  ClientProgram client("tcp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
+                       " --until-complete site --timeout 30 --stats --reconnect-pause 0.2");
   ServeRounds(listener, TwoSiteCarousel(), client);
   const int status = client.Wait();
   platform::CloseSocket(listener);
@@ -414,12 +400,11 @@ TEST(ClientProcessPort, UntilCompleteSiteWaitsForEveryPageOfEverySite) {
 }
 
 TEST(ClientProcessPort, UntilCompleteSiteTellsWhatIsMissingWhenTheTimeRunsOut) {
-  ScopedTempFolder temp;
   std::uint16_t port = 0;
   const int listener = ListenOnFreePort(port);
   ASSERT_NE(listener, platform::kNoSocket);
-  ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) +
-                                        " --until-complete site --timeout 2 --reconnect-pause 0.2");
+  ClientProgram client("tcp://127.0.0.1:" + std::to_string(port) +
+                       " --until-complete site --timeout 2 --reconnect-pause 0.2");
   ServeRounds(listener, TwoSiteCarousel(3), client);  // site 1 claims 3 pages but has 2
   const int status = client.Wait();
   platform::CloseSocket(listener);
@@ -431,27 +416,24 @@ TEST(ClientProcessPort, UntilCompleteSiteTellsWhatIsMissingWhenTheTimeRunsOut) {
 }
 
 TEST(ClientProcessPort, UntilCompleteSiteWithNothingHeardFailsInTime) {
-  ScopedTempFolder temp;
   const std::uint16_t port = platform::FindFreeTcpPort();
   ASSERT_NE(port, 0);
-  ClientProgram client(temp.Path(), "tcp://127.0.0.1:" + std::to_string(port) +
-                                        " --timeout 1 --until-complete site --reconnect-pause 0.2");
+  ClientProgram client("tcp://127.0.0.1:" + std::to_string(port) +
+                       " --timeout 1 --until-complete site --reconnect-pause 0.2");
   EXPECT_EQ(client.Wait(), 1);
   EXPECT_NE(client.Stderr().find("zolclient: no site seen when the time ran out\n"), std::string::npos)
       << client.Stderr();
 }
 
 TEST(ClientProcess, BadArgumentGivesOneLineAndStatusTwo) {
-  ScopedTempFolder temp;
-  ClientProgram client(temp.Path(), "tcp://127.0.0.1:1 --packet-size 200");
+  ClientProgram client("tcp://127.0.0.1:1 --packet-size 200");
   EXPECT_EQ(client.Wait(), 2);
   EXPECT_EQ(client.Stderr(), "zolclient: bad --packet-size '200': expected 16 to 128\n");
   EXPECT_EQ(client.Stdout(), "");
 }
 
 TEST(ClientProcess, HelpExplainsEveryOption) {
-  ScopedTempFolder temp;
-  ClientProgram client(temp.Path(), "--help");
+  ClientProgram client("--help");
   EXPECT_EQ(client.Wait(), 0);
   const std::string text = client.Stdout();
   for (const char* option : {"--out", "--stats", "--timeout", "--until-complete N", "--until-complete site",
@@ -463,7 +445,7 @@ TEST(ClientProcess, HelpExplainsEveryOption) {
 
 TEST(ClientProcess, MissingSerialDeviceFailsWithStatusOne) {
   ScopedTempFolder temp;
-  ClientProgram client(temp.Path(), "serial:" + (temp.Path() / "no-such-tty").string() + " --timeout 1");
+  ClientProgram client("serial:" + (temp.Path() / "no-such-tty").string() + " --timeout 1");
   EXPECT_EQ(client.Wait(), 1);
   EXPECT_NE(client.Stderr().find("cannot open serial device"), std::string::npos);
 }
