@@ -11,6 +11,7 @@
 #include "frame/BaseModule.h"
 #include "frame/Clock.h"
 #include "frame/KVTException.h"
+#include "frame/Package.h"
 #include "frame/platform/DirectorySearch.h"
 #include "frame/platform/Time.h"
 #include "site/ZOLServerInclude.h"
@@ -42,6 +43,9 @@ bool HasExtension(const std::string& name, const char* extension) {
 }
 
 DWORD PageNumberOf(const COutputPage* page) { return (page->GetPageKey() >> 21) & 0x1FF; }
+
+// A page number has nine bits in the page key.
+constexpr DWORD kLastPageNumber = 0x1FF;
 
 }  // namespace
 
@@ -90,6 +94,7 @@ std::string CZOLServerSite::WebPathOf(const COutputPage* page) const {
 void CZOLServerSite::Clear(BOOL removeWebPages) {
   Guarded("CZOLServerSite::Clear()", [&] {
     NextPageId = 8;
+    PagesLeftOut = 0;
     EventId = -1;
     CBaseModule* module = Comm != nullptr ? Comm->GetModule() : nullptr;
     if (removeWebPages != 0 && module != nullptr) {
@@ -118,6 +123,10 @@ void CZOLServerSite::Build(const std::string& rootDir, int eventId, BOOL force) 
     FollowLinks();
     AddDirectory("");
     SetParameter("pagecount", std::to_string(Pages.size() - 1));
+    if (PagesLeftOut != 0) {
+      ModuleLog("Site " + GetParameter("name") + ": " + std::to_string(PagesLeftOut) +
+                " file(s) left out; a site has page numbers up to " + std::to_string(kLastPageNumber));
+    }
     std::vector<CZOLServerPage*> templates;
     for (const auto& [number, page] : Pages) {
       auto* templatePage = dynamic_cast<CZOLServerPage*>(page);
@@ -142,7 +151,9 @@ void CZOLServerSite::FollowLinks() {
       std::string path;
       ProcessLink(file, path);
       if (PageFind(path, file) != nullptr) continue;
-      auto* page = new CZOLServerPage(SiteId, NextPageId++, 2, 40, path, file);
+      DWORD number = 0;
+      if (!TakePageNumber(number)) continue;
+      auto* page = new CZOLServerPage(SiteId, number, 2, 40, path, file);
       if (page->Initialize(Comm, EventId, RootDir, -1, "") == 0) {
         delete page;
         continue;
@@ -150,6 +161,16 @@ void CZOLServerSite::FollowLinks() {
       AddPageToSite(page);
     }
   });
+}
+
+// Numbers are not given back, so a page that fails to load still uses its number up.
+bool CZOLServerSite::TakePageNumber(DWORD& number) {
+  if (NextPageId > kLastPageNumber) {
+    ++PagesLeftOut;
+    return false;
+  }
+  number = NextPageId++;
+  return true;
 }
 
 BOOL CZOLServerSite::ImportSchedule() {
@@ -230,7 +251,9 @@ void CZOLServerSite::AddFiles(const std::string& subDir) {
     for (const PlainFileKind& kind : kPlainFileKinds) {
       for (const platform::DirectoryEntry& entry : entries) {
         if (entry.IsDirectory || !HasExtension(entry.Name, kind.Extension)) continue;
-        auto* page = new COutputPage(SiteId, NextPageId++, kind.Level, kind.Repeat, subDir, entry.Name);
+        DWORD number = 0;
+        if (!TakePageNumber(number)) continue;
+        auto* page = new COutputPage(SiteId, number, kind.Level, kind.Repeat, subDir, entry.Name);
         page->FileImport(RootDir);
         AddPageToSite(page);
       }
@@ -244,15 +267,17 @@ void CZOLServerSite::AddPageToSite(COutputPage* page) {
     page->BuildPackets();
     const DWORD number = PageNumberOf(page);
     auto [slot, inserted] = Pages.try_emplace(number, page);
+    CBaseModule* module = Comm != nullptr ? Comm->GetModule() : nullptr;
     if (!inserted && slot->second != page) {
-      // A page number given twice: the newer page takes the slot, the older one goes.
+      // A page number given twice: the newer page takes the slot, the older one goes,
+      // and with it the browser's way to it.
       UpdatedPages.erase(number);
+      if (module != nullptr) module->WebServerRemovePage(WebPathOf(slot->second));
       if (!IsWellKnown(slot->second)) delete slot->second;
       slot->second = page;
     }
     UpdatedPages[number] = page;
     if (auto* templatePage = dynamic_cast<CZOLServerPage*>(page)) templatePage->AddLinksToQueue(LinkQueue);
-    CBaseModule* module = Comm != nullptr ? Comm->GetModule() : nullptr;
     if (module != nullptr) module->WebServerAddPage(new CPublishedPage(this, page, WebPathOf(page)));
   });
 }

@@ -86,12 +86,15 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
     return {m_currentPage, m_atTheLinePage, m_pitStopsPage, m_feedPage, m_announcementsPage, m_runInformationPage};
   }
   void FollowLinks();
+  // The next free page number; false, counted as a page left out, when none is left.
+  bool TakePageNumber(DWORD& number);
 
   DWORD SiteId;
   CRMComm* Comm;
   std::string RootDir;
   int EventId = -1;
   DWORD NextPageId = 8;
+  DWORD PagesLeftOut = 0;
   DWORD BuildTime = 0;
   DWORD TimerEvents = 0;
   std::deque<std::string> LinkQueue;

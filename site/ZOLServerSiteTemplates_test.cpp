@@ -13,6 +13,7 @@
 #include "site/ZOLServerInfo.h"
 #include "site/ZOLServerPage.h"
 #include "site/ZOLServerSite.h"
+#include "testing/LogCapture.h"
 #include "testing/ModuleFixture.h"
 #include "web/WebPage.h"
 
@@ -385,4 +386,51 @@ TEST_F(SiteWithData, PageWhoseRootIsNotZolIsPresentWithAWebPageAndZeroLengthData
   EXPECT_EQ(link.module.GetWebPages().count("demo/other.html"), 1u);
   // The including page still points at it on the wire.
   EXPECT_NE(site->PageFind("", "index.zol")->GetDataAsString().find(IncludeTag(other)), std::string::npos);
+}
+
+// Page numbers have nine bits. Files beyond page 511 are left out with a log line, so no
+// page takes another's number and every page the browser is offered still exists.
+TEST_F(SiteWithData, FilesBeyondTheLastPageNumberAreLeftOutWithALogLine) {
+  LogCapturePackage log;
+  log.ApplicationDirectory = folder.Path();
+  InstalledPackage installed(&log);
+  folder.Write("index.zol", Template(Include("", "linked.zol")));
+  folder.Write("linked.zol", Template("linked"));
+  for (int i = 0; i < 520; ++i) folder.Write("f" + std::to_string(1000 + i) + ".html", "file " + std::to_string(i));
+  site->Build(Root(folder), -1, 1);
+
+  // Pages 0 and 1, the two linked templates at 8 and 9, then files at 10 to 511.
+  const auto& pages = site->GetPages();
+  EXPECT_EQ(pages.size(), 2u + 2u + 502u);
+  EXPECT_EQ(site->GetParameter("pagecount"), std::to_string(pages.size() - 1));
+  EXPECT_EQ(pages.at(0), site->GetInfoPage());
+  EXPECT_EQ(pages.rbegin()->first, 511u);
+  for (const auto& [number, page] : pages) EXPECT_EQ(NumberOf(page), number);
+  EXPECT_EQ(site->PageFind("", "f1502.html"), nullptr);
+  EXPECT_NE(site->PageFind("", "f1501.html"), nullptr);
+  EXPECT_TRUE(log.HasLine("Site demo: 18 file(s) left out; a site has page numbers up to 511")) << log.GetLines().size();
+
+  // Every page offered to the browser answers with its own data.
+  for (const auto& [path, webPage] : link.module.GetWebPages()) {
+    if (path.rfind("demo/f", 0) != 0) continue;
+    CKVTHttpRequest request;
+    request.Path = path;
+    CKVTHttpResponse response;
+    webPage->HandleRequest(request, response);
+    EXPECT_EQ(response.Status, 200) << path;
+  }
+  EXPECT_EQ(link.module.GetWebPages().count("demo/f1501.html"), 1u);
+  EXPECT_EQ(link.module.GetWebPages().count("demo/f1502.html"), 0u);
+}
+
+TEST_F(SiteWithData, PageAddedUnderATakenNumberReplacesTheOldPageAndItsWebPage) {
+  folder.Write("a.html", "a");
+  site->Build(Root(folder), -1, 1);
+  ASSERT_NE(site->PageFind("", "a.html"), nullptr);
+  const DWORD number = NumberOf(site->PageFind("", "a.html"));
+  auto* replacement = new COutputPage(1, number, 2, 30, "", "b.html");
+  site->AddPageToSite(replacement);
+  EXPECT_EQ(site->GetPages().at(number), replacement);
+  EXPECT_EQ(link.module.GetWebPages().count("demo/a.html"), 0u);
+  EXPECT_EQ(link.module.GetWebPages().count("demo/b.html"), 1u);
 }
