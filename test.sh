@@ -12,11 +12,14 @@ failed=0
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 
+# Minutes and seconds since the start, for the progress lines.
+elapsed() { printf '%d:%02d' $((SECONDS / 60)) $((SECONDS % 60)); }
+
 # Runs ctest in a build folder and adds its counts to the totals.
 run_ctest() {
   local folder=$1
   shift
-  echo "== tests in $folder"
+  echo "== tests in $folder (at $(elapsed))"
   local status=0
   ctest --test-dir "$folder" --output-on-failure --timeout 600 -j2 "$@" | tee "$log" || status=$?
   local line
@@ -31,7 +34,7 @@ run_ctest() {
 build() {
   local folder=$1
   shift
-  echo "== building $folder"
+  echo "== building $folder (at $(elapsed))"
   cmake -S . -B "$folder" -G Ninja "$@" >/dev/null
   ninja -C "$folder"
 }
@@ -53,7 +56,7 @@ TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
 
 fuzz_sources=$(find frame distribution site data views web host client -name '*_fuzz.cpp' 2>/dev/null | sort)
 if [ -n "$fuzz_sources" ]; then
-  echo "== building fuzz targets"
+  echo "== building fuzz targets (at $(elapsed))"
   CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DZOL_FUZZ=ON -DZOL_SANITIZE=address \
     -DZOL_BUILD_TESTS=OFF -DZOL_BUILD_BENCH=OFF >/dev/null
   ninja -C build-fuzz
@@ -75,5 +78,6 @@ if [ -n "$fuzz_sources" ]; then
 fi
 
 echo
+echo "== done (at $(elapsed))"
 echo "$passed passed, $failed failed"
 exit $status
