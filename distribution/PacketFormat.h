@@ -22,11 +22,14 @@ inline constexpr BYTE kFlagLastPacket = 0x01;
 // Page identity inside a packet identifier; the rest is packet number and SequenceLow.
 inline constexpr DWORD kPageIdentityMask = 0xFFFC0000;
 
+// A page number has nine bits: a site holds pages 0 to 511.
+inline constexpr DWORD kLastPageNumber = 0x1FF;
+
 constexpr DWORD MakePageKey(DWORD siteNumber, DWORD pageNumber, DWORD level) {
-  return (level << 30) | ((pageNumber & 0x1FF) << 21) | ((siteNumber & 0x7) << 18);
+  return (level << 30) | ((pageNumber & kLastPageNumber) << 21) | ((siteNumber & 0x7) << 18);
 }
 constexpr DWORD PageLevel(DWORD key) { return key >> 30; }
-constexpr DWORD PageNumber(DWORD key) { return (key >> 21) & 0x1FF; }
+constexpr DWORD PageNumber(DWORD key) { return (key >> 21) & kLastPageNumber; }
 constexpr DWORD SiteNumber(DWORD key) { return (key >> 18) & 0x7; }
 constexpr DWORD PacketNumber(DWORD packetId) { return (packetId >> 6) & 0xFFF; }
 constexpr DWORD SequenceLowOf(DWORD packetId) { return packetId & 0x3F; }

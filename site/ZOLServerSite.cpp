@@ -7,6 +7,7 @@
 #include "data/Event.h"
 #include "data/RMData.h"
 #include "data/Run.h"
+#include "distribution/PacketFormat.h"
 #include "distribution/SerialPort.h"
 #include "frame/BaseModule.h"
 #include "frame/Clock.h"
@@ -42,10 +43,7 @@ bool HasExtension(const std::string& name, const char* extension) {
   });
 }
 
-DWORD PageNumberOf(const COutputPage* page) { return (page->GetPageKey() >> 21) & 0x1FF; }
-
-// A page number has nine bits in the page key.
-constexpr DWORD kLastPageNumber = 0x1FF;
+DWORD PageNumberOf(const COutputPage* page) { return wire::PageNumber(page->GetPageKey()); }
 
 }  // namespace
 
@@ -125,7 +123,7 @@ void CZOLServerSite::Build(const std::string& rootDir, int eventId, BOOL force) 
     SetParameter("pagecount", std::to_string(Pages.size() - 1));
     if (PagesLeftOut != 0) {
       ModuleLog("Site " + GetParameter("name") + ": " + std::to_string(PagesLeftOut) +
-                " file(s) left out; a site has page numbers up to " + std::to_string(kLastPageNumber));
+                " file(s) left out; a site has page numbers up to " + std::to_string(wire::kLastPageNumber));
     }
     std::vector<CZOLServerPage*> templates;
     for (const auto& [number, page] : Pages) {
@@ -165,7 +163,7 @@ void CZOLServerSite::FollowLinks() {
 
 // Numbers are not given back, so a page that fails to load still uses its number up.
 bool CZOLServerSite::TakePageNumber(DWORD& number) {
-  if (NextPageId > kLastPageNumber) {
+  if (NextPageId > wire::kLastPageNumber) {
     ++PagesLeftOut;
     return false;
   }
