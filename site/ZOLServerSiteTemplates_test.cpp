@@ -408,9 +408,10 @@ TEST_F(SiteWithData, FilesBeyondTheLastPageNumberAreLeftOutWithALogLine) {
   for (const auto& [number, page] : pages) EXPECT_EQ(NumberOf(page), number);
   EXPECT_EQ(site->PageFind("", "f1502.html"), nullptr);
   EXPECT_NE(site->PageFind("", "f1501.html"), nullptr);
-  EXPECT_TRUE(log.HasLine("Site demo: 18 file(s) left out; a site has page numbers up to 511")) << log.GetLines().size();
+  EXPECT_TRUE(log.HasLine("Site demo: 18 file(s) left out; a site has page numbers up to 511"));
 
-  // Every page offered to the browser answers with its own data.
+  // Every file page offered to the browser answers with that file's own content.
+  int answered = 0;
   for (const auto& [path, webPage] : link.module.GetWebPages()) {
     if (path.rfind("demo/f", 0) != 0) continue;
     CKVTHttpRequest request;
@@ -418,7 +419,11 @@ TEST_F(SiteWithData, FilesBeyondTheLastPageNumberAreLeftOutWithALogLine) {
     CKVTHttpResponse response;
     webPage->HandleRequest(request, response);
     EXPECT_EQ(response.Status, 200) << path;
+    const int index = std::stoi(path.substr(std::string("demo/f").size())) - 1000;
+    EXPECT_EQ(response.BodyText(), "file " + std::to_string(index)) << path;
+    ++answered;
   }
+  EXPECT_EQ(answered, 502);
   EXPECT_EQ(link.module.GetWebPages().count("demo/f1501.html"), 1u);
   EXPECT_EQ(link.module.GetWebPages().count("demo/f1502.html"), 0u);
 }
