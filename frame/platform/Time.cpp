@@ -1,6 +1,7 @@
 #include "frame/platform/Time.h"
 
 #include <langinfo.h>
+#include <locale.h>
 #include <time.h>
 
 #include <chrono>
@@ -40,6 +41,28 @@ std::string FormatTime(std::time_t moment, const char* format, bool utc) {
   if ((utc ? gmtime_r(&moment, &parts) : localtime_r(&moment, &parts)) == nullptr) return std::string();
   char text[128];
   const std::size_t length = std::strftime(text, sizeof text, format, &parts);
+  return std::string(text, length);
+}
+
+namespace {
+
+// The system's locale as a locale object of its own, made once; "C" when the one the
+// environment names is not installed.
+locale_t SystemLocale() {
+  static const locale_t locale = [] {
+    locale_t made = newlocale(LC_ALL_MASK, "", static_cast<locale_t>(nullptr));
+    return made != static_cast<locale_t>(nullptr) ? made : newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
+  }();
+  return locale;
+}
+
+}  // namespace
+
+std::string FormatLocalTimeInSystemLocale(std::time_t moment, const char* format) {
+  tm parts{};
+  if (localtime_r(&moment, &parts) == nullptr) return std::string();
+  char text[128];
+  const std::size_t length = strftime_l(text, sizeof text, format, &parts, SystemLocale());
   return std::string(text, length);
 }
 

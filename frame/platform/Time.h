@@ -28,6 +28,10 @@ bool LocaleUses12HourClock();
 // strftime of a moment in universal or local time, into at most 127 characters.
 std::string FormatTime(std::time_t moment, const char* format, bool utc);
 
+// strftime of a moment in local time under the system's locale (the one the environment
+// names), into at most 127 characters. The process locale is not touched.
+std::string FormatLocalTimeInSystemLocale(std::time_t moment, const char* format);
+
 // "YYYY-MM-DD HH:MM:SS" of the local time now, for log lines.
 std::string LocalTimestamp();
 
