@@ -63,7 +63,11 @@ if [ -n "$fuzz_sources" ]; then
   for source in $fuzz_sources; do
     name=$(basename "$source" .cpp)
     corpus=$(mktemp -d)
-    echo "== fuzzing $name for 30 seconds"
+    # Targets that can write seeds of valid messages start from them.
+    if grep -q -- '--write-seeds=' "$source"; then
+      "build-fuzz/bin/$name" "--write-seeds=$corpus" >/dev/null
+    fi
+    echo "== fuzzing $name for 30 seconds ($(ls "$corpus" | wc -l) seeds)"
     if ASAN_OPTIONS=detect_leaks=1 "build-fuzz/bin/$name" -max_total_time=30 -rss_limit_mb=2048 \
         -print_final_stats=0 "$corpus" >"$log" 2>&1; then
       passed=$((passed + 1))

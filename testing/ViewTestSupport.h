@@ -5,8 +5,10 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "data/DataTestSupport.h"
 #include "frame/ModuleMessage.h"
 #include "views/Column.h"
 #include "views/RMView.h"
@@ -70,3 +72,107 @@ void FeedView(CRMView& view, Handler handler, CModuleMessage* message) {
   *owned >> viewID;
   (view.*handler)(*owned);
 }
+
+// Cell values for the row writers, one per kind of value.
+inline ViewCellValue DwordValue(DWORD value) {
+  ViewCellValue cell;
+  cell.Dword = value;
+  return cell;
+}
+inline ViewCellValue IntegerValue(int value) {
+  ViewCellValue cell;
+  cell.Integer = value;
+  return cell;
+}
+inline ViewCellValue RealValue(double value) {
+  ViewCellValue cell;
+  cell.Real = value;
+  return cell;
+}
+inline ViewCellValue TextValue(std::string value) {
+  ViewCellValue cell;
+  cell.Text = std::move(value);
+  return cell;
+}
+inline ViewCellValue TimeValue(KVTTIME value) {
+  ViewCellValue cell;
+  cell.Time = value;
+  return cell;
+}
+inline ViewCellValue TranspondersValue(std::vector<DWORD> values) {
+  ViewCellValue cell;
+  cell.Transponders = std::move(values);
+  return cell;
+}
+
+inline ViewRowValues MakeRowValues(DWORD rowID, std::vector<ViewCellValue> cells, DWORD groupID = 0) {
+  ViewRowValues row;
+  row.RowID = rowID;
+  row.GroupID = groupID;
+  row.Cells = std::move(cells);
+  return row;
+}
+
+// The row IDs of a list of rows, in its order.
+inline std::vector<DWORD> RowIDsOf(const std::vector<CRMViewRow*>& rows) {
+  std::vector<DWORD> ids;
+  ids.reserve(rows.size());
+  for (const CRMViewRow* row : rows) ids.push_back(row->RowID);
+  return ids;
+}
+
+// A view as the link makes it, with a module that collects what the view sends, fed
+// with the data manager's messages from behind the view ID.
+class CViewHarness {
+ public:
+  explicit CViewHarness(const std::string& name = "lgView_Test", BOOL isPrivate = FALSE, BOOL grouped = FALSE,
+                        const CParameters& parameters = CParameters(), CRMData* data = nullptr)
+      : View(std::make_unique<CRMView>(name, kViewID, isPrivate, grouped, parameters, data, &Module)) {}
+
+  static constexpr DWORD kViewID = 7;
+
+  // Hands the message (owned) to a handler; gives the bytes the handler left unread.
+  DWORD Feed(void (CRMView::*handler)(CTTBuffer&), CModuleMessage* message) {
+    std::unique_ptr<CModuleMessage> owned(message);
+    owned->Reset();
+    DWORD viewID = 0;
+    *owned >> viewID;
+    ((*View).*handler)(*owned);
+    return owned->GetRemaining();
+  }
+  void Structure(const std::vector<CColumn>& columns) {
+    Columns = columns;
+    Types = ViewEncoder::ColumnTypes(columns);
+    Feed(&CRMView::MessageToViewStructure, ViewEncoder::ViewStructure(kViewID, columns));
+  }
+  DWORD AllRows(const ViewRowBlock& block) {
+    return Feed(&CRMView::OnAllRows, ViewEncoder::AllRows(kViewID, Types, block));
+  }
+  DWORD AddRows(const ViewRowBlock& block) {
+    return Feed(&CRMView::OnAddRows, ViewEncoder::AddRows(kViewID, Types, block));
+  }
+  DWORD ModifyRows(const ViewRowBlock& block) {
+    return Feed(&CRMView::OnModifyRows, ViewEncoder::ModifyRows(kViewID, Types, block));
+  }
+  DWORD RemoveRows(const ViewRowBlock& block) {
+    return Feed(&CRMView::OnRemoveRows, ViewEncoder::RemoveRows(kViewID, Types, block));
+  }
+  // The rows of the row map by ID, in the order of the IDs given.
+  std::vector<CRMViewRow*> RowsByID(const std::vector<DWORD>& ids) const {
+    std::vector<CRMViewRow*> rows;
+    for (DWORD id : ids) rows.push_back(View->GetRowMap().at(id));
+    return rows;
+  }
+  std::vector<DWORD> SortedIDs() const { return RowIDsOf(View->GetSortedRows()); }
+  // The IDs of the messages the view sent, in order.
+  std::vector<WORD> SentIDs() const {
+    std::vector<WORD> ids;
+    for (const auto& message : Module.Target.Sent) ids.push_back(message->ID);
+    return ids;
+  }
+
+  CTestModule Module;
+  std::unique_ptr<CRMView> View;
+  std::vector<CColumn> Columns;
+  std::vector<BYTE> Types;
+};

@@ -1,10 +1,14 @@
 #include "views/RMComm.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "data/RMData.h"
+#include "data/Run.h"
 #include "frame/BaseModule.h"
 #include "frame/KVTException.h"
+#include "views/RMLapView.h"
+#include "views/RMView.h"
 
 CRMCommObserver::~CRMCommObserver() {
   for (CRMComm* comm : Subjects) comm->Detach(this);
@@ -79,12 +83,13 @@ void CRMComm::OnAllViews(CModuleMessage& message) {
   });
 }
 
-// No view objects exist yet, so every view and lap row message finds no receiver and is
-// dropped after its key, as for a view that has gone away.
 void CRMComm::OnViewConnect(CModuleMessage& message) {
   Guarded("CRMComm::OnViewConnect()", [&] {
     DWORD viewID = 0;
     message >> viewID;
+    auto found = Views.find(viewID);
+    if (found == Views.end() || found->second == nullptr) return;
+    found->second->MessageToViewStructure(message);
   });
 }
 
@@ -93,6 +98,11 @@ void CRMComm::OnViewDisconnect(CModuleMessage& message) {
     std::string name;
     DWORD viewID = 0;
     message >> name >> viewID;
+    auto found = Views.find(viewID);
+    if (found == Views.end()) return;
+    CRMView* view = found->second;
+    Views.erase(found);
+    delete view;
   });
 }
 
@@ -100,6 +110,16 @@ void CRMComm::OnProcessViewMessage(CModuleMessage& message) {
   Guarded("CRMComm::OnProcessViewMessage()", [&] {
     DWORD viewID = 0;
     message >> viewID;
+    auto found = Views.find(viewID);
+    if (found == Views.end() || found->second == nullptr) return;
+    CRMView* view = found->second;
+    switch (message.ID) {
+      case kMsgAllRows: view->OnAllRows(message); break;
+      case kMsgAddRows: view->OnAddRows(message); break;
+      case kMsgModifyRows: view->OnModifyRows(message); break;
+      case kMsgRemoveRows: view->OnRemoveRows(message); break;
+      default: break;
+    }
   });
 }
 
@@ -107,17 +127,83 @@ void CRMComm::OnProcessLapRowMessage(CModuleMessage& message) {
   Guarded("CRMComm::OnProcessLapRowMessage()", [&] {
     DWORD key = 0;
     message >> key;
+    auto found = LapViews.find(key);
+    if (found == LapViews.end() || found->second == nullptr) return;
+    CRMLapView* lapView = found->second;
+    switch (message.ID) {
+      case kMsgAllPassings: lapView->OnAllPassings(message); break;
+      case kMsgAddLapRow: lapView->OnAddLapRow(message); break;
+      case kMsgModifyLapRows: lapView->OnModifyLapRows(message); break;
+      default: break;
+    }
   });
 }
 
 void CRMComm::OnClearAllPassings(DWORD runID) {
-  Guarded("CRMComm::OnClearAllPassings()", [&] { (void)runID; });
+  Guarded("CRMComm::OnClearAllPassings()", [&] {
+    auto found = LapViews.find(runID);
+    if (found != LapViews.end() && found->second != nullptr) found->second->OnClearAllPassings();
+  });
+}
+
+CRMView* CRMComm::CreateView(const std::string& name, BOOL isPrivate, const CParameters& parameters, BOOL grouped) {
+  return Guarded("CRMComm::CreateView(Param)", [&]() -> CRMView* {
+    if (isPrivate == FALSE) {
+      // The map walks in ascending view ID, so the oldest match is shared.
+      for (auto& [id, view] : Views) {
+        if (view == nullptr) continue;
+        if (view->GetName() == name && view->CompareParameters(parameters) != FALSE && view->IsPrivate() == FALSE &&
+            view->IsGrouped() == grouped) {
+          return view;
+        }
+      }
+    }
+    auto view = std::make_unique<CRMView>(name, NextViewID, isPrivate, grouped, parameters, Data, Module);
+    Views[NextViewID] = view.get();
+    ++NextViewID;
+    return view.release();
+  });
+}
+
+CRMLapView* CRMComm::CreateLapView(CRun* run) {
+  return Guarded("CRMComm::CreateLapView()", [&]() -> CRMLapView* {
+    if (run == nullptr) return nullptr;
+    auto found = LapViews.find(run->UniqueID);
+    if (found != LapViews.end() && found->second != nullptr) return found->second;
+    auto lapView = std::make_unique<CRMLapView>(run, Data);
+    LapViews[run->UniqueID] = lapView.get();
+    return lapView.release();
+  });
+}
+
+void CRMComm::DestroyViews() {
+  // Taken out of the map first: a view's destructor tells its observers, and none of
+  // them may find a view that is half gone.
+  std::map<DWORD, CRMView*> views;
+  views.swap(Views);
+  for (auto& [id, view] : views) delete view;
+}
+
+void CRMComm::DestroyLapViews() {
+  std::map<DWORD, CRMLapView*> lapViews;
+  lapViews.swap(LapViews);
+  for (auto& [key, lapView] : lapViews) delete lapView;
 }
 
 void CRMComm::ClearAll() {
-  Guarded("CRMComm::ClearAll()", [&] { ViewNames.clear(); });
+  Guarded("CRMComm::ClearAll()", [&] {
+    ViewNames.clear();
+    DestroyViews();
+    DestroyLapViews();
+  });
 }
 
 void CRMComm::OnDisconnect() {
-  Guarded("CRMComm::OnDisconnect()", [&] {});
+  Guarded("CRMComm::OnDisconnect()", [&] {
+    DestroyViews();
+    for (auto& [key, lapView] : LapViews) {
+      if (lapView != nullptr) lapView->OnClearAllPassings();
+    }
+    DestroyLapViews();
+  });
 }

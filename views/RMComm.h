@@ -1,8 +1,9 @@
-// The module's link to the data manager. It passes the race data messages to the
-// replica (CRMData) and keeps the list of views the data manager offers; the views
-// themselves are not built yet.
+// The module's link to the data manager. It keeps the list of views the data manager
+// offers, creates and shares the live views, routes row and lap row messages to them by
+// ID, and passes everything else to the race data replica (CRMData).
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,10 @@
 
 class CBaseModule;
 class CRMComm;
+class CParameters;
 class CRMData;
+class CRMLapView;
+class CRMView;
 class CRun;
 
 // Base of the objects that follow the link: told when the data manager comes and goes
@@ -51,11 +55,20 @@ class CRMComm {
   void OnDisconnect();
   void OnClearAllPassings(DWORD runID);
 
+  // The view of that name and parameters: an existing one unless private is set, else
+  // a new one under the next view ID, which is never given twice.
+  CRMView* CreateView(const std::string& name, BOOL isPrivate, const CParameters& parameters, BOOL grouped);
+  // The lap view of a run, made on first request. Nothing in the module asks for one;
+  // readers of a run's passings would.
+  CRMLapView* CreateLapView(CRun* run);
+
   CBaseModule* GetModule() const { return Module; }
   CRMData* GetData() const { return Data; }
   const std::vector<CRMCommObserver*>& GetObservers() const;
   const std::vector<std::string>& GetViewNames() const { return ViewNames; }
   DWORD GetNextViewID() const { return NextViewID; }
+  const std::map<DWORD, CRMView*>& GetViews() const { return Views; }
+  const std::map<DWORD, CRMLapView*>& GetLapViews() const { return LapViews; }
 
  private:
   void OnAllViews(CModuleMessage& message);
@@ -63,9 +76,15 @@ class CRMComm {
   void OnViewDisconnect(CModuleMessage& message);
   void OnProcessViewMessage(CModuleMessage& message);
   void OnProcessLapRowMessage(CModuleMessage& message);
+  void DestroyViews();
+  void DestroyLapViews();
 
   CBaseModule* Module;
   CRMData* Data;
   DWORD NextViewID = 0;
   std::vector<std::string> ViewNames;
+  // View ID to view; owned.
+  std::map<DWORD, CRMView*> Views;
+  // Run unique ID to lap view; owned.
+  std::map<DWORD, CRMLapView*> LapViews;
 };
