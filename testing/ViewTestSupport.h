@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "data/DataTestSupport.h"
+#include "data/Run.h"
 #include "frame/ModuleMessage.h"
 #include "views/Column.h"
 #include "views/RMView.h"
@@ -54,6 +55,15 @@ class CLoggingViewObserver : public CRMViewObserver {
   // Runs inside OnNotifyData, after the line is written: lets a test act mid-walk.
   std::function<void(int, CRMView*)> AfterData;
 };
+
+// Adds to a model store a run of this computer whose passing list is open.
+inline CRun* AddOpenRun(CBaseDataComm& model, DWORD id) {
+  auto* run = new CRun(nullptr);
+  run->UniqueID = id;
+  run->Flags = kRunLocal | kRunHasPassings;
+  model.Runs[id] = run;
+  return run;
+}
 
 inline CColumn MakeColumn(BYTE type, const std::string& key, const std::string& title = "") {
   CColumn column;

@@ -16,6 +16,7 @@
 #include "views/RMStringCell.h"
 #include "views/RMTransponderCell.h"
 #include "views/RMValueCells.h"
+#include "testing/ViewTestSupport.h"
 #include "views/ViewEncoder.h"
 
 namespace {
@@ -27,38 +28,6 @@ void Feed(CRMCell& cell, BYTE type, const ViewCellValue& value) {
   buffer.SetPosition(0);
   cell.MessageToCell(buffer);
   EXPECT_EQ(buffer.GetRemaining(), 0u) << "the cell reads its whole wire form";
-}
-
-ViewCellValue Dword(DWORD value, BYTE option = 0) {
-  ViewCellValue cell;
-  cell.Dword = value;
-  cell.Option = option;
-  return cell;
-}
-ViewCellValue Integer(int value) {
-  ViewCellValue cell;
-  cell.Integer = value;
-  return cell;
-}
-ViewCellValue Real(double value) {
-  ViewCellValue cell;
-  cell.Real = value;
-  return cell;
-}
-ViewCellValue Text(const std::string& value) {
-  ViewCellValue cell;
-  cell.Text = value;
-  return cell;
-}
-ViewCellValue Time(KVTTIME value) {
-  ViewCellValue cell;
-  cell.Time = value;
-  return cell;
-}
-ViewCellValue Transponders(std::vector<DWORD> values) {
-  ViewCellValue cell;
-  cell.Transponders = std::move(values);
-  return cell;
 }
 
 // A race time cell whose text a test can overwrite, to see whether a message remakes it.
@@ -92,13 +61,15 @@ TEST(RMCell, TextBuffersHaveTheSizesOfTheirClasses) {
 
 TEST(RMCell, DWordCellShowsNoValueAsDashAndOthersAsUnsignedNumbers) {
   CRMDWordCell cell;
-  Feed(cell, kColumnDWord, Dword(0xFFFFFFFF, 7));
+  ViewCellValue none = DwordValue(0xFFFFFFFF);
+  none.Option = 7;
+  Feed(cell, kColumnDWord, none);
   EXPECT_STREQ(cell.GetText(), "-");
   EXPECT_EQ(cell.Option, 7);
-  Feed(cell, kColumnDWord, Dword(0xFFFFFFFE));
+  Feed(cell, kColumnDWord, DwordValue(0xFFFFFFFE));
   EXPECT_STREQ(cell.GetText(), "4294967294");
   EXPECT_EQ(static_cast<DWORD>(cell), 0xFFFFFFFEu);
-  Feed(cell, kColumnDWord, Dword(42));
+  Feed(cell, kColumnDWord, DwordValue(42));
   EXPECT_STREQ(cell.GetText(), "42");
   EXPECT_EQ(static_cast<int>(cell), 42);
   EXPECT_EQ(static_cast<KVTTIME>(cell), 0);
@@ -107,7 +78,7 @@ TEST(RMCell, DWordCellShowsNoValueAsDashAndOthersAsUnsignedNumbers) {
 
 TEST(RMCell, IntegerCellShowsSignedNumbersAndGivesThemAsDwordAndInt) {
   CRMIntegerCell cell;
-  Feed(cell, kColumnInteger, Integer(-17));
+  Feed(cell, kColumnInteger, IntegerValue(-17));
   EXPECT_STREQ(cell.GetText(), "-17");
   EXPECT_EQ(static_cast<int>(cell), -17);
   EXPECT_EQ(static_cast<DWORD>(cell), static_cast<DWORD>(-17));
@@ -115,28 +86,28 @@ TEST(RMCell, IntegerCellShowsSignedNumbersAndGivesThemAsDwordAndInt) {
 
 TEST(RMCell, DoubleCellShowsThreeDecimalsAndZeroAsDash) {
   CRMDoubleCell cell;
-  Feed(cell, kColumnDouble, Real(12.3456));
+  Feed(cell, kColumnDouble, RealValue(12.3456));
   EXPECT_STREQ(cell.GetText(), "12.346");
   EXPECT_DOUBLE_EQ(static_cast<double>(cell), 12.3456);
-  Feed(cell, kColumnDouble, Real(0.0));
+  Feed(cell, kColumnDouble, RealValue(0.0));
   EXPECT_STREQ(cell.GetText(), "-");
 }
 
 TEST(RMCell, DoubleCellOfMinusZeroShowsDash) {
   CRMDoubleCell cell;
-  Feed(cell, kColumnDouble, Real(5.0));
-  Feed(cell, kColumnDouble, Real(-0.0));
+  Feed(cell, kColumnDouble, RealValue(5.0));
+  Feed(cell, kColumnDouble, RealValue(-0.0));
   EXPECT_STREQ(cell.GetText(), "-");
   EXPECT_TRUE(std::signbit(static_cast<double>(cell))) << "the value itself is kept";
 }
 
 TEST(RMCell, IntConversionOfDoubleDateAndStringCellsIsZero) {
   CRMDoubleCell real;
-  Feed(real, kColumnDouble, Real(99.5));
+  Feed(real, kColumnDouble, RealValue(99.5));
   CRMDateCell date;
-  Feed(date, kColumnDate, Dword(1700000000));
+  Feed(date, kColumnDate, DwordValue(1700000000));
   CRMStringCell text;
-  Feed(text, kColumnString, Text("123"));
+  Feed(text, kColumnString, TextValue("123"));
   EXPECT_EQ(static_cast<int>(real), 0);
   EXPECT_EQ(static_cast<int>(date), 0);
   EXPECT_EQ(static_cast<int>(text), 0);
@@ -147,7 +118,7 @@ TEST(RMCell, IntConversionOfDoubleDateAndStringCellsIsZero) {
 TEST(RMCell, StringCellOfFifteenBytesStaysInItsFirstBuffer) {
   CRMStringCell cell;
   const char* first = cell.GetText();
-  Feed(cell, kColumnString, Text(std::string(15, 'a')));
+  Feed(cell, kColumnString, TextValue(std::string(15, 'a')));
   EXPECT_EQ(cell.GetText(), first);
   EXPECT_EQ(cell.GetCapacity(), 16u);
   EXPECT_EQ(std::string(cell.GetText()), std::string(15, 'a'));
@@ -155,13 +126,13 @@ TEST(RMCell, StringCellOfFifteenBytesStaysInItsFirstBuffer) {
 
 TEST(RMCell, StringCellOfSixteenBytesGetsABufferOfSeventeen) {
   CRMStringCell cell;
-  Feed(cell, kColumnString, Text(std::string(16, 'b')));
+  Feed(cell, kColumnString, TextValue(std::string(16, 'b')));
   EXPECT_EQ(cell.GetCapacity(), 17u);
   EXPECT_EQ(cell.GetTextBufferSize(), 17u);
   EXPECT_EQ(std::string(cell.GetText()), std::string(16, 'b'));
   // A shorter text later keeps the larger buffer.
   const char* grown = cell.GetText();
-  Feed(cell, kColumnString, Text("x"));
+  Feed(cell, kColumnString, TextValue("x"));
   EXPECT_EQ(cell.GetText(), grown);
   EXPECT_STREQ(cell.GetText(), "x");
 }
@@ -170,25 +141,25 @@ TEST(RMCell, RaceTimeCellStartsAtNoTimeAndShowsTheCompactTimeWithThreeDecimals) 
   CRMKVTTimeCell cell;
   EXPECT_EQ(static_cast<KVTTIME>(cell), KVTTIME_NULL);
   EXPECT_STREQ(cell.GetText(), "-.---");
-  Feed(cell, kColumnKVTTime, Time(83456789));
+  Feed(cell, kColumnKVTTime, TimeValue(83456789));
   EXPECT_STREQ(cell.GetText(), "1:23.456");
   EXPECT_EQ(static_cast<KVTTIME>(cell), 83456789);
 }
 
 TEST(RMCell, SecondMessageWithTheSameTimeLeavesTheTextUntouched) {
   CMarkedTimeCell cell;
-  Feed(cell, kColumnKVTTime, Time(83456789));
+  Feed(cell, kColumnKVTTime, TimeValue(83456789));
   cell.Mark("marked");
-  Feed(cell, kColumnKVTTime, Time(83456789));
+  Feed(cell, kColumnKVTTime, TimeValue(83456789));
   EXPECT_STREQ(cell.GetText(), "marked");
-  Feed(cell, kColumnKVTTime, Time(1000000));
+  Feed(cell, kColumnKVTTime, TimeValue(1000000));
   EXPECT_STREQ(cell.GetText(), FormatTime(1000000, TRUE, 3).c_str());
 }
 
 TEST(RMCell, GapCellShowsTheGapWithPlusAndThreeDecimals) {
   CRMKVTDiffCell cell;
   EXPECT_STREQ(cell.GetText(), FormatGap(KVTTIME_NULL, TRUE, TRUE, 3).c_str());
-  Feed(cell, kColumnKVTDiff, Time(2500000));
+  Feed(cell, kColumnKVTDiff, TimeValue(2500000));
   EXPECT_STREQ(cell.GetText(), FormatGap(2500000, TRUE, TRUE, 3).c_str());
   EXPECT_EQ(std::string(cell.GetText()).substr(0, 1), "+");
 }
@@ -199,20 +170,20 @@ TEST(RMCell, DateCellsShowTheLocalDateAndLeaveTheProcessLocaleAlone) {
   tm parts{};
   localtime_r(&moment, &parts);
   CRMDateCell date;
-  Feed(date, kColumnDate, Dword(static_cast<DWORD>(moment)));
+  Feed(date, kColumnDate, DwordValue(static_cast<DWORD>(moment)));
   CRMDateTimeCell dateTime;
-  Feed(dateTime, kColumnDateTime, Dword(static_cast<DWORD>(moment)));
+  Feed(dateTime, kColumnDateTime, DwordValue(static_cast<DWORD>(moment)));
   EXPECT_FALSE(std::string(date.GetText()).empty());
   EXPECT_GT(std::strlen(dateTime.GetText()), std::strlen(date.GetText())) << "the date-time shows the time too";
   EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
   CRMDoubleCell real;
-  Feed(real, kColumnDouble, Real(1.5));
+  Feed(real, kColumnDouble, RealValue(1.5));
   EXPECT_STREQ(real.GetText(), "1.500") << "numbers keep the decimal point";
 }
 
 TEST(RMCell, TransponderListOfOneHundredTwoHundredOneHundredShowsTwoEntries) {
   CRMTransponderCell cell(nullptr);
-  Feed(cell, kColumnTransponder, Transponders({100, 200, 100}));
+  Feed(cell, kColumnTransponder, TranspondersValue({100, 200, 100}));
   EXPECT_EQ(std::string(cell.GetText()), TransponderToString(100) + ", " + TransponderToString(200));
   EXPECT_EQ(cell.GetTransponders()->size(), 3u) << "the list keeps the repeat";
   EXPECT_EQ(static_cast<DWORD>(cell), 100u);
@@ -221,8 +192,8 @@ TEST(RMCell, TransponderListOfOneHundredTwoHundredOneHundredShowsTwoEntries) {
 TEST(RMCell, TransponderCellWithAnEmptyListGivesZeroAndAnEmptyText) {
   CRMTransponderCell cell(nullptr);
   EXPECT_EQ(static_cast<DWORD>(cell), 0u);
-  Feed(cell, kColumnTransponder, Transponders({7}));
-  Feed(cell, kColumnTransponder, Transponders({}));
+  Feed(cell, kColumnTransponder, TranspondersValue({7}));
+  Feed(cell, kColumnTransponder, TranspondersValue({}));
   EXPECT_EQ(static_cast<DWORD>(cell), 0u);
   EXPECT_STREQ(cell.GetText(), "");
 }
@@ -235,14 +206,14 @@ TEST(RMCell, TransponderCellShowsTranslatedNamesAndKeepsItsTextWhenNothingChange
   record.Text = "Pace Car";
   link.Apply(DataEncoder::AddTxTranslation(record));
   CRMTransponderCell cell(link.comm.GetData());
-  Feed(cell, kColumnTransponder, Transponders({100, 200}));
+  Feed(cell, kColumnTransponder, TranspondersValue({100, 200}));
   EXPECT_EQ(std::string(cell.GetText()), TransponderToString(100) + ", Pace Car");
   // The same list again leaves the text as it was, even though the name has changed since.
   record.Text = "Safety Car";
   link.Apply(DataEncoder::ModifyTxTranslation(record));
-  Feed(cell, kColumnTransponder, Transponders({100, 200}));
+  Feed(cell, kColumnTransponder, TranspondersValue({100, 200}));
   EXPECT_EQ(std::string(cell.GetText()), TransponderToString(100) + ", Pace Car");
-  Feed(cell, kColumnTransponder, Transponders({200}));
+  Feed(cell, kColumnTransponder, TranspondersValue({200}));
   EXPECT_STREQ(cell.GetText(), "Safety Car");
 }
 
@@ -250,7 +221,7 @@ TEST(RMCell, TransponderTextIsCutToItsBuffer) {
   CRMTransponderCell cell(nullptr);
   std::vector<DWORD> many;
   for (DWORD i = 0; i < 100; ++i) many.push_back(1000000 + i);
-  Feed(cell, kColumnTransponder, Transponders(many));
+  Feed(cell, kColumnTransponder, TranspondersValue(many));
   EXPECT_EQ(std::strlen(cell.GetText()), 255u);
 }
 
@@ -269,7 +240,9 @@ TEST(RMCell, TransponderCountTheMessageCannotHoldFailsBeforeAllocating) {
 
 TEST(RMCell, ClonesAreEmptyButTimesStartAtNoTimeAndTransponderCellsKeepTheirLink) {
   CRMDWordCell dword;
-  Feed(dword, kColumnDWord, Dword(5, 3));
+  ViewCellValue five = DwordValue(5);
+  five.Option = 3;
+  Feed(dword, kColumnDWord, five);
   std::unique_ptr<CRMCell> dwordClone(dword.Clone());
   EXPECT_NE(dynamic_cast<CRMDWordCell*>(dwordClone.get()), nullptr);
   EXPECT_EQ(static_cast<DWORD>(*dwordClone), 0u);
@@ -277,25 +250,25 @@ TEST(RMCell, ClonesAreEmptyButTimesStartAtNoTimeAndTransponderCellsKeepTheirLink
   EXPECT_STREQ(dwordClone->GetText(), "");
 
   CRMKVTTimeCell time;
-  Feed(time, kColumnKVTTime, Time(5000000));
+  Feed(time, kColumnKVTTime, TimeValue(5000000));
   std::unique_ptr<CRMCell> timeClone(time.Clone());
   EXPECT_EQ(static_cast<KVTTIME>(*timeClone), KVTTIME_NULL);
   EXPECT_STREQ(timeClone->GetText(), "-.---");
 
   CRMKVTDiffCell gap;
-  Feed(gap, kColumnKVTDiff, Time(5000000));
+  Feed(gap, kColumnKVTDiff, TimeValue(5000000));
   std::unique_ptr<CRMCell> gapClone(gap.Clone());
   EXPECT_EQ(static_cast<KVTTIME>(*gapClone), KVTTIME_NULL);
 
   CRMStringCell text;
-  Feed(text, kColumnString, Text(std::string(40, 'z')));
+  Feed(text, kColumnString, TextValue(std::string(40, 'z')));
   std::unique_ptr<CRMCell> textClone(text.Clone());
   EXPECT_STREQ(textClone->GetText(), "");
   EXPECT_EQ(textClone->GetTextBufferSize(), 16u);
 
   CLiveLink link;
   CRMTransponderCell transponder(link.comm.GetData());
-  Feed(transponder, kColumnTransponder, Transponders({1, 2}));
+  Feed(transponder, kColumnTransponder, TranspondersValue({1, 2}));
   std::unique_ptr<CRMCell> transponderClone(transponder.Clone());
   auto* typed = dynamic_cast<CRMTransponderCell*>(transponderClone.get());
   ASSERT_NE(typed, nullptr);

@@ -95,12 +95,7 @@ CRMLapViewRow LapRow(DWORD id, KVTTIME time) {
 struct LinkWithViews : ::testing::Test {
   LinkWithViews() {
     CBaseDataComm model;
-    for (DWORD id : {kRun, kOtherRun}) {
-      auto* run = new CRun(nullptr);
-      run->UniqueID = id;
-      run->Flags = kRunLocal | kRunHasPassings;
-      model.Runs[id] = run;
-    }
+    for (DWORD id : {kRun, kOtherRun}) AddOpenRun(model, id);
     link.Apply(DataEncoder::Snapshot(model));
     link.Apply(ViewEncoder::AllViews({kResults, "lgView_LapTimes"}));
   }

@@ -15,6 +15,7 @@
 #include "frame/TimeText.h"
 #include "testing/KVTCatch.h"
 #include "testing/LogCapture.h"
+#include "testing/ViewTestSupport.h"
 #include "views/ViewEncoder.h"
 
 namespace {
@@ -97,12 +98,7 @@ CBaseCompetitor* NewCompetitor(DWORD id, const std::string& first, const std::st
 struct RMLapView : ::testing::Test {
   RMLapView() {
     CBaseDataComm model;
-    for (DWORD id : {kRun, kOtherRun}) {
-      auto* record = new CRun(nullptr);
-      record->UniqueID = id;
-      record->Flags = kRunLocal | kRunHasPassings;
-      model.Runs[id] = record;
-    }
+    for (DWORD id : {kRun, kOtherRun}) AddOpenRun(model, id);
     auto& competitors = model.Runs[kRun]->Competitors->Competitors;
     competitors[kNamed] = NewCompetitor(kNamed, "Ann", "Able", {1001});
     competitors[kTranslated] = NewCompetitor(kTranslated, "", "", {5001, 1002});
