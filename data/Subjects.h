@@ -50,6 +50,21 @@ class TObserver<Traits, void(Args...)> {
     });
   }
 
+  // Leaves the pair on both sides. A walk of the subject in progress goes on with the
+  // observer that followed the one removed.
+  void Detach(Subject* subject) {
+    Guarded(Traits::DetachName, [&] {
+      auto found = std::find(Subjects.begin(), Subjects.end(), subject);
+      if (found != Subjects.end()) Subjects.erase(found);
+      auto& list = subject->Observers;
+      auto self = std::find(list.begin(), list.end(), this);
+      if (self == list.end()) return;
+      const auto index = static_cast<std::size_t>(self - list.begin());
+      list.erase(self);
+      if (index <= subject->Cursor) --subject->Cursor;
+    });
+  }
+
   void RemoveSubject(Subject* subject) {
     Guarded(Traits::RemoveName, [&] {
       auto found = std::find(Subjects.begin(), Subjects.end(), subject);
@@ -96,7 +111,7 @@ class TSubject {
       for (;;) {
         Observers[Cursor]->OnSubjectNotify(args...);
         ++Cursor;
-        if (Cursor == Observers.size()) return;
+        if (Cursor >= Observers.size()) return;
       }
     });
   }
@@ -120,6 +135,7 @@ class CBaseTrackRecord;
     static constexpr const char* NotifyName = "C" #Family "Subject::" #NotifyOp "()"; \
     static constexpr const char* RemoveName = "C" #Family "Subject::RemoveSubject()"; \
     static constexpr const char* AttachName = "C" #Family "Observer::Attach()";     \
+    static constexpr const char* DetachName = "C" #Family "Observer::Detach()";     \
   };                                                                               \
   using C##Family##Observer = TObserver<Family##Traits>;
 

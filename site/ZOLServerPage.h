@@ -10,6 +10,7 @@
 
 #include "distribution/OutputPage.h"
 #include "frame/Types.h"
+#include "site/ZOLLiveObservers.h"
 
 class CParameters;
 class CRMComm;
@@ -17,7 +18,7 @@ class CZOLInfo;
 class CZOLServerInclude;
 class CZOLServerTable;
 
-class CZOLServerPage : public COutputPage {
+class CZOLServerPage : public COutputPage, public CZOLServerTableObserver, public CZOLInfoObserver {
  public:
   CZOLServerPage(DWORD siteId, DWORD pageNumber, DWORD level, DWORD repeat, const std::string& path,
                  const std::string& file);
@@ -30,19 +31,31 @@ class CZOLServerPage : public COutputPage {
 
   void ZOLImport(const std::string& text);
   std::string ZOLParseTag(const std::string& name, const std::string& text);
+  std::string ZOLImportResultsTemplate(const std::string& text);
   std::string ZOLImportInclude(const std::string& text);
+  std::string ZOLImportInfo(const std::string& text);
 
   // The wire text into the page's data: declaration, root tag, chunks, end tag, zero byte.
   virtual void ZOLExport();
   std::string HTMLExport(const CParameters& clockParameters);
   void AddLinksToQueue(std::deque<std::string>& queue) const;
-  // Exports and notifies once no live object is still waiting for its first data.
+  // Once no live object is still waiting for its first data, the page is due for a new
+  // export and tells the site; the export itself waits for the site's next tick.
   void CheckWaiting();
+  void OnTableUpdated(CZOLServerTable* table) override;
+  void OnInfoUpdated(CZOLInfo* label) override;
+  // Writes the page if a live object changed since the last export; true when it did.
+  bool ExportIfDue();
   void SetFileChanged(DWORD flag);
 
   const std::vector<std::string>& GetChunks() const { return m_chunks; }
   const std::vector<std::string>& GetLinks() const { return m_links; }
   const std::map<long, CZOLServerInclude*>& GetIncludes() const { return m_includes; }
+  const std::map<long, CZOLServerTable*>& GetTables() const { return m_tables; }
+  const std::map<long, CZOLInfo*>& GetLabels() const { return m_labels; }
+  const std::vector<CZOLServerTable*>& GetWaitingTables() const { return m_waitingTables; }
+  const std::vector<CZOLInfo*>& GetWaitingLabels() const { return m_waitingLabels; }
+  bool IsExportDue() const { return m_exportDue; }
   const std::string& GetVersion() const { return m_version; }
   const std::string& GetPageIdText() const { return m_pageId; }
   const std::string& GetType() const { return m_type; }
@@ -57,6 +70,11 @@ class CZOLServerPage : public COutputPage {
   using TagHandler = std::string (CZOLServerPage::*)(const std::string&);
 
   void ReadRootAttributes(const std::string& text, bool& found);
+  void DeleteLiveObjects();
+  // Appends what a chunk stands for: literal text as it is, a marker as its object's text.
+  template <class TableText, class LabelText, class IncludeText>
+  void ExportChunk(const std::string& chunk, std::string& out, TableText tableText, LabelText labelText,
+                   IncludeText includeText);
 
   // The root attributes live in the fields that COutputPage keeps for this page.
   std::string& m_version = DerivedText1;
@@ -71,7 +89,11 @@ class CZOLServerPage : public COutputPage {
   long m_nextIncludeId = 0;
   DWORD m_importing = 0;
   DWORD m_fileChanged = 0;
+  // Set when a live object changed; cleared by the export.
+  bool m_exportDue = false;
   CRMComm* m_comm = nullptr;
+  std::map<long, CZOLServerTable*> m_tables;
+  std::map<long, CZOLInfo*> m_labels;
   std::map<long, CZOLServerInclude*> m_includes;
   std::map<std::string, TagHandler> m_tagHandlers;
   std::vector<std::string> m_chunks;

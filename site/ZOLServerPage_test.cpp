@@ -223,14 +223,21 @@ TEST(ZOLServerPage, InitializeOfAMissingFileFailsAndMarksNoInitialVersion) {
   EXPECT_EQ(page.GetInitialVersion(), FALSE);
 }
 
-TEST(ZOLServerPage, CheckWaitingWithNothingWaitingExportsAndNotifies) {
+TEST(ZOLServerPage, CheckWaitingWithNothingWaitingMakesThePageDueAndNotifies) {
   TemplatePage page("<zol><p>x</p></zol>");
   CountingObserver observer;
   observer.Attach(&page.Page);
   EXPECT_TRUE(page.Page.GetData().empty());
+  EXPECT_FALSE(page.Page.ExportIfDue());
   page.Page.CheckWaiting();
   EXPECT_EQ(observer.Updates, 1);
+  EXPECT_TRUE(page.Page.IsExportDue());
+  // The export waits for the site's tick.
+  EXPECT_TRUE(page.Page.GetData().empty());
+  EXPECT_TRUE(page.Page.ExportIfDue());
   EXPECT_NE(page.Page.GetDataAsString().find("<p>x</p>"), std::string::npos);
+  EXPECT_FALSE(page.Page.IsExportDue());
+  EXPECT_FALSE(page.Page.ExportIfDue());
 }
 
 TEST(ZOLServerPage, FileChangeOfATemplateOnlyStoresTheFlag) {

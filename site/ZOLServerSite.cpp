@@ -51,7 +51,7 @@ CZOLServerSite::CZOLServerSite(DWORD siteId, CRMComm* comm) : SiteId(siteId), Co
   Guarded("CZOLServerSite::CZOLServerSite()", [&] {
     if (Comm != nullptr) CRMCommObserver::Attach(Comm);
     Clear(FALSE);
-    m_infoPage = new CZOLServerInfo(SiteId, this);
+    m_infoPage = new CZOLServerInfo(SiteId, this, Comm);
     m_schedulePage = new CZOLServerPage(SiteId, 1, 1, 30, "results/", "schedule.zol");
     m_currentPage = new CZOLServerPage(SiteId, 2, 1, 20, "results/", "current.zol");
     m_atTheLinePage = new CZOLServerPage(SiteId, 3, 1, 30, "results/", "attheline.zol");
@@ -93,7 +93,7 @@ void CZOLServerSite::Clear(BOOL removeWebPages) {
   Guarded("CZOLServerSite::Clear()", [&] {
     NextPageId = 8;
     PagesLeftOut = 0;
-    EventId = -1;
+    Event = -1;
     CBaseModule* module = Comm != nullptr ? Comm->GetModule() : nullptr;
     if (removeWebPages != 0 && module != nullptr) {
       for (const auto& [number, page] : Pages) module->WebServerRemovePage(WebPathOf(page));
@@ -104,11 +104,11 @@ void CZOLServerSite::Clear(BOOL removeWebPages) {
 
 void CZOLServerSite::Build(const std::string& rootDir, int eventId, BOOL force) {
   Guarded("CZOLServerSite::Build()", [&] {
-    const bool dropQueued = (eventId == EventId && rootDir == RootDir) || force != 0;
+    const bool dropQueued = (eventId == Event && rootDir == Root) || force != 0;
     Clear(TRUE);
-    EventId = eventId;
+    Event = eventId;
     BuildTime = GetTimeOfDay();
-    RootDir = rootDir;
+    Root = rootDir;
     StopRootdirCheck();
     StartRootdirCheck();
     LinkQueue.clear();
@@ -130,7 +130,12 @@ void CZOLServerSite::Build(const std::string& rootDir, int eventId, BOOL force) 
       auto* templatePage = dynamic_cast<CZOLServerPage*>(page);
       if (templatePage != nullptr && page->GetIsTemplate() != 0) templates.push_back(templatePage);
     }
-    for (CZOLServerPage* page : templates) UpdatePageIncludes(page);
+    // The packets made when a template was added held its empty text: they are made
+    // again from the export, so that what is handed on below is the page itself.
+    for (CZOLServerPage* page : templates) {
+      UpdatePageIncludes(page);
+      page->BuildPackets();
+    }
     if (dropQueued) {
       ClearAllPackets(SiteId);
     } else {
@@ -152,7 +157,7 @@ void CZOLServerSite::FollowLinks() {
       DWORD number = 0;
       if (!TakePageNumber(number)) continue;
       auto* page = new CZOLServerPage(SiteId, number, 2, 40, path, file);
-      if (page->Initialize(Comm, EventId, RootDir, -1, "") == 0) {
+      if (page->Initialize(Comm, Event, Root, -1, "") == 0) {
         delete page;
         continue;
       }
@@ -173,7 +178,7 @@ bool CZOLServerSite::TakePageNumber(DWORD& number) {
 
 BOOL CZOLServerSite::ImportSchedule() {
   return Guarded("CZOLServerSite::ImportSchedule()", [&]() -> BOOL {
-    m_schedulePage->Initialize(Comm, EventId, RootDir, -1, "");
+    m_schedulePage->Initialize(Comm, Event, Root, -1, "");
     return TRUE;
   });
 }
@@ -182,7 +187,7 @@ void CZOLServerSite::ImportCurrentRun(CRun* run, BOOL addToSite) {
   Guarded("CZOLServerSite::ImportCurrentRun()", [&] {
     const int runId = run != nullptr ? static_cast<int>(run->UniqueID) : -1;
     for (CZOLServerPage* page : RunBoundPages()) {
-      if (page->Initialize(Comm, EventId, RootDir, runId, "") != 0 && addToSite != 0) AddPageToSite(page);
+      if (page->Initialize(Comm, Event, Root, runId, "") != 0 && addToSite != 0) AddPageToSite(page);
     }
   });
 }
@@ -207,16 +212,30 @@ void CZOLServerSite::OnActiveRunChanged(CRun* run) {
     if (run != nullptr && run == m_activeRun && run->RunType == m_activeRunType) return;
     if (run != nullptr && Comm != nullptr) {
       const Cevent* event = Comm->GetData()->GetEvent(run->EventID);
-      if (event != nullptr && static_cast<int>(event->UniqueID) != EventId) {
-        Build(RootDir, static_cast<int>(event->UniqueID), 1);
+      if (event != nullptr && static_cast<int>(event->UniqueID) != Event) {
+        Build(Root, static_cast<int>(event->UniqueID), 1);
       }
     }
     m_activeRun = run;
     m_infoPage->RunConnect(run);
     if (run == nullptr) return;
     ImportCurrentRun(run, FALSE);
-    for (CZOLServerPage* page : RunBoundPages()) UpdatePageIncludes(page);
+    for (CZOLServerPage* page : RunBoundPages()) {
+      UpdatePageIncludes(page);
+      // A page whose live objects all answered during the import, or that has none left
+      // for this run, would otherwise keep its old version on the wire.
+      if (const auto found = Pages.find(PageNumberOf(page)); found != Pages.end() && found->second == page) {
+        page->CheckWaiting();
+      }
+    }
     m_activeRunType = run->RunType;
+  });
+}
+
+void CZOLServerSite::OnDisconnect() {
+  Guarded("CZOLServerSite::OnDisconnect()", [&] {
+    m_activeRun = nullptr;
+    m_infoPage->RunConnect(nullptr);
   });
 }
 
@@ -236,7 +255,7 @@ const CParameters& CZOLServerSite::GetClockParameters() const { return m_infoPag
 
 void CZOLServerSite::AddDirectory(const std::string& subDir) {
   Guarded("CZOLServerSite::AddDirectory()", [&] {
-    for (const platform::DirectoryEntry& entry : platform::ListDirectory(RootDir + subDir)) {
+    for (const platform::DirectoryEntry& entry : platform::ListDirectory(Root + subDir)) {
       if (entry.IsDirectory) AddDirectory(subDir + entry.Name + "\\");
     }
     AddFiles(subDir);
@@ -245,14 +264,14 @@ void CZOLServerSite::AddDirectory(const std::string& subDir) {
 
 void CZOLServerSite::AddFiles(const std::string& subDir) {
   Guarded("CZOLServerSite::AddFiles()", [&] {
-    const auto entries = platform::ListDirectory(RootDir + subDir);
+    const auto entries = platform::ListDirectory(Root + subDir);
     for (const PlainFileKind& kind : kPlainFileKinds) {
       for (const platform::DirectoryEntry& entry : entries) {
         if (entry.IsDirectory || !HasExtension(entry.Name, kind.Extension)) continue;
         DWORD number = 0;
         if (!TakePageNumber(number)) continue;
         auto* page = new COutputPage(SiteId, number, kind.Level, kind.Repeat, subDir, entry.Name);
-        page->FileImport(RootDir);
+        page->FileImport(Root);
         AddPageToSite(page);
       }
     }
@@ -303,7 +322,12 @@ void CZOLServerSite::OnTimerEvent() {
       if (page->ShouldRepeat()) NotifySiteUpdated(page);
     }
     if (!UpdatedPages.empty()) {
-      for (auto& [number, page] : UpdatedPages) page->BuildPackets();
+      for (auto& [number, page] : UpdatedPages) {
+        // A template whose tables or labels changed is written now, once for all the
+        // changes of this second, with its views as they stand.
+        if (auto* templatePage = dynamic_cast<CZOLServerPage*>(page)) templatePage->ExportIfDue();
+        page->BuildPackets();
+      }
       NotifySiteUpdated(nullptr);
     }
   });

@@ -27,6 +27,9 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   // A new active run (or none): run-bound pages are read again for it, and a run of
   // another event rebuilds the whole site for that event.
   void OnActiveRunChanged(CRun* run) override;
+  // The replica's runs go with the data manager: the site lets go of its run, and the
+  // timer drives the clock again. Pages keep their content until the next snapshot.
+  void OnDisconnect() override;
   // Reads the site directory afresh. `force` (or the same root and event as before)
   // drops what the ports still hold of the old state; otherwise all pages are handed on.
   virtual void Build(const std::string& rootDir, int eventId, BOOL force);
@@ -64,8 +67,9 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   std::string WebPathOf(const COutputPage* page) const;
 
   DWORD GetSiteId() const { return SiteId; }
-  int GetEventId() const { return EventId; }
-  const std::string& GetRootDir() const { return RootDir; }
+  // The root directory and event live in the stream part, where the settings put them.
+  int GetEventId() const { return Event; }
+  const std::string& GetRootDir() const { return Root; }
   DWORD GetBuildTime() const { return BuildTime; }
   const std::map<DWORD, COutputPage*>& GetPages() const { return Pages; }
   const std::map<DWORD, COutputPage*>& GetUpdatedPages() const { return UpdatedPages; }
@@ -91,8 +95,6 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
 
   DWORD SiteId;
   CRMComm* Comm;
-  std::string RootDir;
-  int EventId = -1;
   DWORD NextPageId = 8;
   DWORD PagesLeftOut = 0;
   DWORD BuildTime = 0;
