@@ -95,13 +95,24 @@ void CModuleHost::Stop() {
     Module = nullptr;
   }
   std::lock_guard<std::mutex> guard(Lock);
-  Outbox.clear();
+  Queue.clear();
 }
 
 void CModuleHost::SendFunction(CModuleMessage* message) {
   {
     std::lock_guard<std::mutex> guard(Lock);
-    Outbox.emplace_back(message);
+    Queue.push_back({std::unique_ptr<CModuleMessage>(message), false});
+  }
+  Wake.notify_all();
+}
+
+void CModuleHost::PostFromPeer(WORD peerClass, CModuleMessage* message) {
+  std::unique_ptr<CModuleMessage> owned(message);
+  owned->Class = peerClass;
+  {
+    std::lock_guard<std::mutex> guard(Lock);
+    if (Stopping) return;
+    Queue.push_back({std::move(owned), true});
   }
   Wake.notify_all();
 }
@@ -121,11 +132,15 @@ void CModuleHost::RunMessageThread() {
   auto nextTick = Clock::now();
   std::unique_lock<std::mutex> guard(Lock);
   while (!Stopping) {
-    if (!Outbox.empty()) {
-      std::unique_ptr<CModuleMessage> message = std::move(Outbox.front());
-      Outbox.pop_front();
+    if (!Queue.empty()) {
+      QueuedMessage next = std::move(Queue.front());
+      Queue.pop_front();
       guard.unlock();
-      Dispatch(std::move(message));
+      if (next.FromPeer) {
+        DeliverToModule(std::move(next.Message));
+      } else {
+        Dispatch(std::move(next.Message));
+      }
       guard.lock();
       continue;
     }

@@ -41,6 +41,12 @@ class CModuleHost : public CSendTarget {
 
   void SendFunction(CModuleMessage* message) override;
 
+  // Queues a message that a peer sends of its own accord (not as a reply); it reaches
+  // the module on the message thread, in order with everything else queued, with Class
+  // set to `peerClass`. Safe from any thread; the host owns the message. After Stop the
+  // message is freed unread.
+  void PostFromPeer(WORD peerClass, CModuleMessage* message);
+
   int TimerInterval() const;
   std::uint64_t TimerTicks() const;
 
@@ -65,7 +71,13 @@ class CModuleHost : public CSendTarget {
 
   mutable std::mutex Lock;
   std::condition_variable Wake;
-  std::deque<std::unique_ptr<CModuleMessage>> Outbox;
+  // What the message thread handles, in order of arrival: messages the module sent, and
+  // messages peers posted for it (FromPeer).
+  struct QueuedMessage {
+    std::unique_ptr<CModuleMessage> Message;
+    bool FromPeer = false;
+  };
+  std::deque<QueuedMessage> Queue;
   int Interval = 0;
   std::uint64_t Ticks = 0;
   bool Stopping = false;

@@ -7,9 +7,13 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <thread>
+#include <vector>
 
+#include "data/DataEncoder.h"
 #include "testing/TempDir.h"
+#include "testing/WaitUntil.h"
 
 namespace {
 
@@ -25,6 +29,28 @@ class ShortAnsweringPeer : public CHostPeer {
     if (message.ID == 2) *reply << 5;  // a count, and then nothing
     return {reply};
   }
+};
+
+// A data manager that answers nothing by itself and writes down the IDs of the messages
+// the module sends it; what it has to say, the test posts through the host.
+class SilentDataManager : public CHostPeer {
+ public:
+  WORD PeerClass() const override { return kDataManagerClass; }
+  DWORD PeerInstance() const override { return 0; }
+  DWORD PeerComputer() const override { return 0x0100007F; }
+  std::vector<CModuleMessage*> Receive(CModuleMessage& message) override {
+    std::lock_guard<std::mutex> guard(Lock);
+    Received.push_back(message.ID);
+    return {};
+  }
+  std::vector<WORD> ReceivedIDs() const {
+    std::lock_guard<std::mutex> guard(Lock);
+    return Received;
+  }
+
+ private:
+  mutable std::mutex Lock;
+  std::vector<WORD> Received;
 };
 
 HostOptions OptionsFor(const TempDir& appdir) {
@@ -72,6 +98,41 @@ TEST(ModuleHostThread, TimerRunsAtTheIntervalTheModuleAskedFor) {
   EXPECT_TRUE(WaitFor([&] { return host.TimerTicks() >= 2; }, 10));
   host.Stop();
   testing::internal::GetCapturedStderr();
+}
+
+TEST(ModuleHostThread, MessagePostedByAPeerReachesTheModuleAsThatPeers) {
+  TempDir appdir;
+  CModuleHost host(OptionsFor(appdir));
+  ASSERT_TRUE(host.Load()) << host.Error();
+  auto peer = std::make_unique<SilentDataManager>();
+  SilentDataManager& dataManager = *peer;
+  host.AddPeer(std::move(peer));
+  testing::internal::CaptureStderr();
+  ASSERT_TRUE(host.Start()) << host.Error();
+  // The module asks to connect when it hears of the data manager, and goes no further.
+  const bool asked = WaitUntil([&] { return dataManager.ReceivedIDs() == std::vector<WORD>{0}; }, 10);
+  // "Connected" under another class is none of the data manager's business.
+  host.PostFromPeer(kWebServerClass, DataEncoder::Connected());
+  // "Connected" from the data manager makes the module ask for all data.
+  std::vector<WORD> expected = {0, 2};
+  host.PostFromPeer(kDataManagerClass, DataEncoder::Connected());
+  const bool allData = WaitUntil([&] { return dataManager.ReceivedIDs() == expected; }, 10);
+  // Several posts from another thread arrive in order, each handled once.
+  std::thread poster([&] {
+    for (int i = 0; i < 3; ++i) host.PostFromPeer(kDataManagerClass, DataEncoder::Connected());
+  });
+  poster.join();
+  expected = {0, 2, 2, 2, 2};
+  const bool again = WaitUntil([&] { return dataManager.ReceivedIDs() == expected; }, 10);
+  host.Stop();
+  // After the stop a post is freed unread.
+  host.PostFromPeer(kDataManagerClass, DataEncoder::Connected());
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(asked) << log;
+  EXPECT_TRUE(allData) << log;
+  EXPECT_TRUE(again) << log;
+  EXPECT_EQ(dataManager.ReceivedIDs(), expected);
+  EXPECT_EQ(log.find("exception"), std::string::npos) << log;
 }
 
 TEST(ModuleHost, MissingModuleFailsToLoadWithAReason) {
