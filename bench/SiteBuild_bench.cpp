@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchPackage.h"
 #include "distribution/OutputPage.h"
 #include "frame/Package.h"
 #include "site/ZOLServerPage.h"
@@ -18,24 +19,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-class QuietPackage : public CPackage {
- public:
-  void WriteLog(const std::string&) const override {}
-};
-
-// Installs a package for the life of one benchmark run.
-class PackageInstalled {
- public:
-  PackageInstalled() : Previous(GetPackage()) { SetModulePackage(&Package); }
-  PackageInstalled(const PackageInstalled&) = delete;
-  PackageInstalled& operator=(const PackageInstalled&) = delete;
-  ~PackageInstalled() { SetModulePackage(Previous); }
-
- private:
-  QuietPackage Package;
-  CPackage* Previous;
-};
 
 const char* const kWords[] = {"lap",    "driver", "sector",  "pit", "grid",   "class",   "fastest", "corner",
                               "finish", "start",  "penalty", "gap", "leader", "session", "track",   "flag"};

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/BenchPackage.h"
 #include "distribution/OutputPage.h"
 #include "distribution/TCPIPServer.h"
 #include "frame/Package.h"
@@ -16,11 +17,6 @@
 namespace {
 
 constexpr int kClients = 64;
-
-class QuietPackage : public CPackage {
- public:
-  void WriteLog(const std::string&) const override {}
-};
 
 // Client sockets, each drained by its own thread that counts the bytes.
 class Readers {

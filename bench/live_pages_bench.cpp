@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchPackage.h"
 #include "data/DataEncoder.h"
 #include "data/DataTestSupport.h"
 #include "data/Event.h"
@@ -36,23 +37,6 @@ constexpr int kRows = 2000;
 constexpr int kPages = 10;
 constexpr DWORD kEvent = 0x80000001;
 constexpr DWORD kRun = 0x40000001;
-
-class QuietPackage : public CPackage {
- public:
-  void WriteLog(const std::string&) const override {}
-};
-
-class PackageInstalled {
- public:
-  PackageInstalled() : Previous(GetPackage()) { SetModulePackage(&Package); }
-  PackageInstalled(const PackageInstalled&) = delete;
-  PackageInstalled& operator=(const PackageInstalled&) = delete;
-  ~PackageInstalled() { SetModulePackage(Previous); }
-
- private:
-  QuietPackage Package;
-  CPackage* Previous;
-};
 
 // The view's columns and the table columns that show them, in the same order.
 struct ColumnPair {
@@ -258,13 +242,17 @@ void ReportChanges(benchmark::State& state, std::int64_t changes) {
   state.counters["changes"] = benchmark::Counter(static_cast<double>(changes), benchmark::Counter::kIsRate);
 }
 
+// False, with the run marked as failed, when the pages do not show the view's rows.
+bool Ready(LiveSite& live, benchmark::State& state) {
+  if (live.view != nullptr && live.tables == kPages && live.PagesHoldAllRows()) return true;
+  state.SkipWithError("the pages do not show the view's rows");
+  return false;
+}
+
 // A burst of changes, then one tick.
 void BM_LivePagesChanges(benchmark::State& state) {
   LiveSite live;
-  if (live.view == nullptr || live.tables != kPages || !live.PagesHoldAllRows()) {
-    state.SkipWithError("the pages do not show the view's rows");
-    return;
-  }
+  if (!Ready(live, state)) return;
   auto moves = live.data.Changes(live.view->GetViewID());
   const auto burst = state.range(0);
   std::int64_t changes = 0;
@@ -283,10 +271,7 @@ BENCHMARK(BM_LivePagesChanges)->Arg(1)->Arg(10)->Arg(100)->Arg(1000)->Unit(bench
 // The same messages, each followed by a tick: every change writes the pages.
 void BM_LivePagesChangesEveryTick(benchmark::State& state) {
   LiveSite live;
-  if (live.view == nullptr || live.tables != kPages || !live.PagesHoldAllRows()) {
-    state.SkipWithError("the pages do not show the view's rows");
-    return;
-  }
+  if (!Ready(live, state)) return;
   auto moves = live.data.Changes(live.view->GetViewID());
   const auto burst = state.range(0);
   std::int64_t changes = 0;
