@@ -32,7 +32,9 @@ CZOLTCPIPSocket::~CZOLTCPIPSocket() {
   Running.store(0);
   CZOLOutputPort::Stop();
   WriteLog(Format("Closing and removing socket (Handle = 0x04%X).", static_cast<unsigned>(Handle)));
-  platform::ShutdownDrainClose(Handle);
+  // A client that does not read would hold an orderly close up for as long as the linger
+  // lasts, and the server closes its clients one after the other.
+  platform::CloseWithoutWaiting(Handle);
   Handle = -1;
 }
 
@@ -87,13 +89,19 @@ CZOLTCPIPServer::~CZOLTCPIPServer() {
 }
 
 void CZOLTCPIPServer::LoadSettings(CIniFile& ini, const std::string& section) {
-  Guarded("CZOLTCPIPServer::LoadSettings()", [&] { ini.Read(section, "port", Port, 51000); });
+  Guarded("CZOLTCPIPServer::LoadSettings()", [&] {
+    ini.Read(section, "port", Port, 51000);
+    // Taken only above 0: a port that admits nobody is of no use.
+    ini.Read(section, "maxclients", MaxClients, kDefaultMaxClients);
+    if (MaxClients == 0) MaxClients = kDefaultMaxClients;
+  });
 }
 
 void CZOLTCPIPServer::SaveSettings(CIniFile& ini, const std::string& section) {
   Guarded("CZOLTCPIPServer::SaveSettings()", [&] {
     ini.Write(section, "ID", ID);
     ini.Write(section, "port", Port);
+    ini.Write(section, "maxclients", MaxClients);
   });
 }
 
@@ -160,43 +168,31 @@ void CZOLTCPIPServer::Run() {
     while (Listening.load() != 0) {
       writers.clear();
       writerClients.clear();
-      // Only clients with something queued are written to, so they make the write set;
-      // the surplus over its limit waits for a later pass.
-      for (CZOLTCPIPSocket* client : Clients) {
-        if (writers.size() >= kMaxWriters) break;
+      // Only clients with something queued are written to, so they make the write set.
+      // It holds at most kMaxWriters; the pass starts looking where the last one stopped,
+      // so with n clients waiting each is in the set at least once in every
+      // ceil(n / kMaxWriters) passes, however many of the others never take a byte.
+      const std::size_t count = Clients.size();
+      const std::size_t start = count == 0 ? 0 : NextWriter % count;
+      std::size_t looked = 0;
+      for (; looked < count && writers.size() < kMaxWriters; ++looked) {
+        CZOLTCPIPSocket* client = Clients[(start + looked) % count];
         if (client->GetQueuedBytes() == 0) continue;
         writers.push_back(client->GetHandle());
         writerClients.push_back(client);
       }
+      NextWriter = count == 0 ? 0 : (start + looked) % count;
       bool listenReadable = false;
       const int ready =
           platform::WaitListenAndWriters(ListenSocket, writers, kPassLimitMicroseconds, listenReadable, writable);
       if (ready < 0) break;
       if (ready == 0) continue;
       if (listenReadable) AcceptConnection();
-      for (std::size_t i = 0; i < Clients.size();) {
-        CZOLTCPIPSocket* client = Clients[i];
-        bool inWriteSet = false;
-        for (std::size_t w = 0; w < writerClients.size(); ++w) {
-          if (writerClients[w] == client) {
-            inWriteSet = writable[w];
-            break;
-          }
-        }
-        if (client->GetQueuedBytes() == 0 || !inWriteSet) {
-          ++i;
-          continue;
-        }
+      for (std::size_t w = 0; w < writerClients.size(); ++w) {
+        CZOLTCPIPSocket* client = writerClients[w];
+        if (!writable[w] || client->GetQueuedBytes() == 0) continue;
         client->Write();
-        if (client->IsConnected() == 0) {
-          {
-            std::lock_guard<std::mutex> lock(ClientsMutex);
-            Clients.erase(Clients.begin() + static_cast<std::ptrdiff_t>(i));
-          }
-          delete client;
-          continue;  // the element that moved up comes next
-        }
-        ++i;
+        if (client->IsConnected() == 0) RemoveClient(client);
       }
       platform::SleepMilliseconds(1);
     }
@@ -212,14 +208,39 @@ void CZOLTCPIPServer::Run() {
   });
 }
 
+void CZOLTCPIPServer::RemoveClient(CZOLTCPIPSocket* client) {
+  for (std::size_t i = 0; i < Clients.size(); ++i) {
+    if (Clients[i] != client) continue;
+    {
+      std::lock_guard<std::mutex> lock(ClientsMutex);
+      Clients.erase(Clients.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+    // The turn stays with the client it was at, which has moved up by one.
+    if (i < NextWriter) --NextWriter;
+    break;
+  }
+  delete client;
+}
+
 void CZOLTCPIPServer::AcceptConnection() {
   Guarded("CZOLTCPIPServer::AcceptConnection()", [&] {
     std::uint32_t address = 0;
     const int socket = platform::AcceptConnection(ListenSocket, address);
     if (socket < 0) return;
+    // Every client holds a copy of the queue, so idle connections must not pile up. Only
+    // this thread changes Clients, so it reads the count without the lock.
+    if (Clients.size() >= MaxClients) {
+      WriteLog(Format("Refusing connection (Handle = 0x%x, IP = %s): %u clients connected, the most this port takes.",
+                      static_cast<unsigned>(socket), platform::DottedAddress(address).c_str(),
+                      static_cast<unsigned>(Clients.size())));
+      platform::CloseWithoutWaiting(socket);
+      return;
+    }
     WriteLog(Format("Accepting Connection (Handle = 0x%x, IP = %s).", static_cast<unsigned>(socket),
                     platform::DottedAddress(address).c_str()));
     platform::SetKeepAlive(socket, false);
+    // The close of a client sets the linger again (CloseWithoutWaiting), so this one
+    // second never holds the server up.
     platform::SetLinger(socket, true, 1);
     auto* client = new CZOLTCPIPSocket(ID, socket, address);
     std::lock_guard<std::mutex> lock(ClientsMutex);

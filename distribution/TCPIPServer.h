@@ -1,6 +1,7 @@
 // The TCP port: one thread serves the listening socket and every connected client; each
 // client is a small port of its own with a private queue, written as fast as its socket
-// takes data.
+// takes data. Each pass writes to at most kMaxWriters clients, and the passes take turns
+// over the clients, so that clients that never read cannot shut out the others.
 #pragma once
 
 #include <mutex>
@@ -12,7 +13,8 @@
 class CZOLTCPIPSocket : public CZOLOutputPort {
  public:
   CZOLTCPIPSocket(DWORD id, int socket, DWORD address);
-  // Empties the queue and closes the connection.
+  // Empties the queue and closes the connection without waiting for the peer: bytes that
+  // are still on their way are dropped.
   ~CZOLTCPIPSocket() override;
 
   void LoadSettings(CIniFile& ini, const std::string& section) override;
@@ -39,6 +41,7 @@ class CZOLTCPIPServer : public CZOLOutputPort {
   static constexpr int kListenBacklog = 10;
   static constexpr std::size_t kMaxWriters = 64;
   static constexpr long kPassLimitMicroseconds = 500;
+  static constexpr DWORD kDefaultMaxClients = 256;
 
   explicit CZOLTCPIPServer(DWORD id);
   ~CZOLTCPIPServer() override;
@@ -60,16 +63,24 @@ class CZOLTCPIPServer : public CZOLOutputPort {
 
   DWORD GetPort() const { return Port; }
   void SetPort(DWORD port) { Port = port; }
+  DWORD GetMaxClients() const { return MaxClients; }
   int IsListening() const { return Listening.load(); }
   std::size_t GetClientCount();
   // Sum of the clients' rates and queued bytes, for the overview.
   DWORD GetClientsDataRate();
 
  private:
+  // Takes a client out of Clients (under the lock) and deletes it; the server thread's.
+  void RemoveClient(CZOLTCPIPSocket* client);
+
   DWORD Port = 51000;
+  // Connections beyond this many are accepted and closed at once.
+  DWORD MaxClients = kDefaultMaxClients;
   std::atomic<int> Listening{0};
   int ListenSocket = -1;
   std::vector<CZOLTCPIPSocket*> Clients;
+  // Where the next pass starts looking for clients to write to; the server thread's own.
+  std::size_t NextWriter = 0;
   std::counting_semaphore<100000> ThreadEnded{0};
   // Guards every change and every walk of Clients that another thread may meet.
   std::mutex ClientsMutex;

@@ -12,6 +12,7 @@
 
 #include "distribution/OutputPage.h"
 #include "distribution/PacketFormat.h"
+#include "frame/IniFile.h"
 #include "frame/platform/Sockets.h"
 #include "testing/LogCapture.h"
 #include "testing/PacketSizeScope.h"
@@ -38,7 +39,8 @@ std::vector<BYTE> RandomBytes(std::size_t size, unsigned seed) {
 }
 
 // A test client on its own thread: reads the stream and rebuilds pages until it has
-// `pagesWanted`, or closes after `closeAfterBytes`, or gives up after 60 seconds.
+// `pagesWanted`, or closes after `closeAfterBytes`, or gives up after `Seconds` (60
+// unless set before Begin).
 class Reader {
  public:
   Reader(std::uint16_t port, std::size_t pagesWanted, std::size_t closeAfterBytes = SIZE_MAX)
@@ -59,10 +61,11 @@ class Reader {
   }
   CTestReassembler Receiver{128};
   std::size_t BytesRead = 0;
+  int Seconds = 60;
 
  private:
   void Loop() {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(Seconds);
     std::vector<BYTE> buffer(65536);
     while (std::chrono::steady_clock::now() < deadline && Receiver.Completed.size() < PagesWanted) {
       if (!platform::WaitReadable(Socket, 100000)) continue;
@@ -100,6 +103,46 @@ struct RunningServer {
     return WaitUntil([&] { return Server->GetClientCount() == count; });
   }
 };
+
+// Clients that connect with a small receive buffer and never read: once their sockets
+// are full, nothing more leaves the server for them. They ask for small segments, which
+// keeps the server's send buffer for each at some tens of kilobytes (on loopback it would
+// otherwise take megabytes). Connected one at a time, each accepted before the next, so
+// that the accept queue never overflows.
+struct StalledClients {
+  std::vector<int> Sockets;
+  ~StalledClients() {
+    for (int socket : Sockets) platform::CloseSocket(socket);
+  }
+  bool Connect(RunningServer& running, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+      const int socket = platform::TcpConnectWithSmallSegments("127.0.0.1", running.Port, 1024, 536);
+      if (socket < 0) return false;
+      Sockets.push_back(socket);
+      if (!running.WaitClients(Sockets.size())) return false;
+    }
+    return true;
+  }
+  // True once every one of them has had bytes from the server.
+  bool AllReached() const {
+    for (int socket : Sockets) {
+      if (!platform::WaitReadable(socket, 0)) return false;
+    }
+    return true;
+  }
+};
+
+// Reads and drops what comes until the end of the stream or an error, for at most
+// `seconds`; true when the end came.
+bool StreamEndsWithin(int socket, int seconds) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  std::vector<BYTE> buffer(65536);
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (!platform::WaitReadable(socket, 100000)) continue;
+    if (platform::ReceiveSome(socket, buffer.data(), buffer.size()) <= 0) return true;
+  }
+  return false;
+}
 
 std::unique_ptr<COutputPage> BuiltPage(DWORD pageNumber, std::vector<BYTE> data) {
   auto page = std::make_unique<COutputPage>(1, pageNumber, 1, 10, "", "p" + std::to_string(pageNumber) + ".bin");
@@ -289,4 +332,137 @@ TEST(TCPIPServerPort, TheListenBacklogIsTen) {
   int receiveQueue = -1, sendQueue = -1;
   ASSERT_EQ(std::sscanf(line, "%63s %d %d", state, &receiveQueue, &sendQueue), 3);
   EXPECT_EQ(sendQueue, 10);
+}
+
+TEST(TCPIPServerPort, MaxClientsIsReadAndWrittenWithTheOtherKeysAndDefaultsTo256) {
+  CIniFile ini("/nonexistent/none.ini");
+  ini.Write("port1", "port", 52000);
+  ini.Write("port1", "maxclients", 5);
+  ini.Write("port2", "maxclients", std::string("none"));
+  CZOLTCPIPServer port(4);
+  port.LoadSettings(ini, "port1");
+  EXPECT_EQ(port.GetPort(), 52000u);
+  EXPECT_EQ(port.GetMaxClients(), 5u);
+  CZOLTCPIPServer defaults(5), bad(6);
+  defaults.LoadSettings(ini, "port9");
+  bad.LoadSettings(ini, "port2");  // not a number above 0: the default
+  CIniFile out("/nonexistent/out.ini");
+  port.SaveSettings(out, "port1");
+  defaults.SaveSettings(out, "port9");
+  bad.SaveSettings(out, "port2");
+  std::string text;
+  out.Read("port1", "maxclients", text, "");
+  EXPECT_EQ(text, "5");
+  out.Read("port9", "maxclients", text, "");
+  EXPECT_EQ(text, "256");
+  out.Read("port2", "maxclients", text, "");
+  EXPECT_EQ(text, "256");
+  out.Read("port1", "ID", text, "");
+  EXPECT_EQ(text, "4");
+  out.Read("port1", "port", text, "");
+  EXPECT_EQ(text, "52000");
+}
+
+TEST(TCPIPServerPort, AConnectionBeyondMaxClientsIsClosedAtOnceAndLogged) {
+  PacketSizeScope size(128);
+  LogCapturePackage package;
+  InstalledPackage scope(&package);
+  CIniFile ini("/nonexistent/none.ini");
+  ini.Write("port0", "maxclients", 2);
+  const std::uint16_t portNumber = platform::FindFreeTcpPort();
+  CZOLTCPIPServer server(1);
+  server.LoadSettings(ini, "port0");
+  server.SetPort(portNumber);
+  server.Start();
+  ASSERT_TRUE(WaitUntil([&] { return server.IsRunning() != 0; }));
+  auto first = std::make_unique<Reader>(portNumber, 1);
+  auto second = std::make_unique<Reader>(portNumber, 1);
+  ASSERT_TRUE(WaitUntil([&] { return server.GetClientCount() == 2; }));
+
+  const int third = platform::TcpConnect("127.0.0.1", portNumber);
+  ASSERT_GE(third, 0);
+  // Closed by the server: the end of the stream (or a reset) comes within the limit.
+  ASSERT_TRUE(platform::WaitReadable(third, 5000000));
+  char byte = 0;
+  EXPECT_LE(platform::ReceiveSome(third, &byte, 1), 0);
+  platform::CloseSocket(third);
+  EXPECT_EQ(server.GetClientCount(), 2u);
+  bool logged = false;
+  for (const std::string& line : package.GetLines()) {
+    logged = logged || MatchesNumberLine(line, "Refusing connection (Handle = 0x", "0123456789abcdef",
+                                         ", IP = 127.0.0.1): 2 clients connected, the most this port takes.");
+  }
+  EXPECT_TRUE(logged);
+
+  // The two that were let in are served as before.
+  first->Begin();
+  second->Begin();
+  auto page = BuiltPage(9, RandomBytes(30000, 8));
+  server.UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+  first->Join();
+  second->Join();
+  ASSERT_EQ(first->Receiver.Completed.size(), 1u);
+  ASSERT_EQ(second->Receiver.Completed.size(), 1u);
+  EXPECT_EQ(second->Receiver.Completed[0].Data, page->GetData());
+
+  // Once one of them has gone, there is room again.
+  first.reset();
+  auto next = BuiltPage(10, RandomBytes(200000, 9));
+  server.UpdatePage(next->GetPageKey(), next->GetSequenceLow(), next->GetPackets());
+  ASSERT_TRUE(WaitUntil([&] { return server.GetClientCount() == 1; }));
+  Reader fourth(portNumber, 1);
+  ASSERT_TRUE(fourth.Connected());
+  EXPECT_TRUE(WaitUntil([&] { return server.GetClientCount() == 2; }));
+  server.Stop();
+}
+
+// 70 clients that never read fill more than the write set of a pass. A client that
+// connected after them must still be served, and soon.
+TEST(TCPIPServerPort, AReaderBehindSeventyStalledClientsGetsWholePagesWithinSeconds) {
+  PacketSizeScope size(128);
+  RunningServer running;
+  ASSERT_TRUE(running.WaitRunning());
+  StalledClients stalled;
+  ASSERT_TRUE(stalled.Connect(running, 70));
+  Reader reader(running.Port, 2);
+  ASSERT_TRUE(reader.Connected());
+  ASSERT_TRUE(running.WaitClients(71));
+  reader.Seconds = 10;
+  reader.Begin();
+  // Far more than the socket buffers of a stalled client take.
+  auto big = BuiltPage(11, RandomBytes(256 * 1024, 10));
+  auto small = BuiltPage(12, RandomBytes(2000, 11));
+  const auto began = std::chrono::steady_clock::now();
+  running.Server->UpdatePage(big->GetPageKey(), big->GetSequenceLow(), big->GetPackets());
+  running.Server->UpdatePage(small->GetPageKey(), small->GetSequenceLow(), small->GetPackets());
+  reader.Join();
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+  std::printf("reader behind 70 stalled clients: %zu of 2 pages after %.3f s\n", reader.Receiver.Completed.size(),
+              seconds);
+  ASSERT_EQ(reader.Receiver.Completed.size(), 2u) << "bytes read: " << reader.BytesRead;
+  for (const ReceivedPage& got : reader.Receiver.Completed) {
+    EXPECT_EQ(got.Data, (wire::PageNumber(got.PageIdentity) == 11 ? big : small)->GetData());
+  }
+  EXPECT_TRUE(WaitUntil([&] { return stalled.AllReached(); }, 10));  // each had its turn, too
+  EXPECT_EQ(running.Server->GetClientCount(), 71u);
+}
+
+TEST(TCPIPServerPort, StoppingWithSeventyStalledClientsTakesWellUnderASecond) {
+  PacketSizeScope size(128);
+  RunningServer running;
+  ASSERT_TRUE(running.WaitRunning());
+  StalledClients stalled;
+  ASSERT_TRUE(stalled.Connect(running, 70));
+  auto page = BuiltPage(13, RandomBytes(256 * 1024, 12));
+  running.Server->UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+  // Every client has had bytes, and holds more that cannot leave.
+  ASSERT_TRUE(WaitUntil([&] { return stalled.AllReached(); }, 10));
+  const auto began = std::chrono::steady_clock::now();
+  running.Server->Stop();
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+  std::printf("stopping with 70 stalled clients took %.3f s\n", seconds);
+  EXPECT_LT(seconds, 3.0);
+  EXPECT_EQ(running.Server->GetClientCount(), 0u);
+  // Each stalled client finds its connection ended (or reset) behind the bytes it has.
+  for (int socket : stalled.Sockets) EXPECT_TRUE(StreamEndsWithin(socket, 2));
 }

@@ -2,9 +2,12 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <sched.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -138,6 +141,32 @@ bool SetLinger(int socket, bool on, int seconds) {
   return setsockopt(socket, SOL_SOCKET, SO_LINGER, &value, sizeof value) == 0;
 }
 
+std::size_t UnsentBytes(int socket) {
+  int unsent = 0;
+  if (ioctl(socket, SIOCOUTQ, &unsent) != 0 || unsent < 0) return 0;
+  return static_cast<std::size_t>(unsent);
+}
+
+void CloseWithoutWaiting(int socket) {
+  if (socket < 0) return;
+  int unsent = 0;
+  // When the socket cannot tell, it is treated as holding bytes: a reset never waits.
+  const bool holding = ioctl(socket, SIOCOUTQ, &unsent) != 0 || unsent > 0;
+  linger value{};
+  value.l_onoff = holding ? 1 : 0;
+  value.l_linger = 0;
+  setsockopt(socket, SOL_SOCKET, SO_LINGER, &value, sizeof value);
+  if (!holding) {
+    shutdown(socket, SHUT_RDWR);
+    // Bytes the peer sent and nobody read would turn the close into a reset. The drain is
+    // bounded, so that a peer that keeps sending cannot hold the close up.
+    char bytes[4096];
+    for (int round = 0; round < 16 && recv(socket, bytes, sizeof bytes, MSG_DONTWAIT) > 0; ++round) {
+    }
+  }
+  close(socket);
+}
+
 std::uint16_t FindFreeTcpPort() {
   const int probe = OpenTcpSocket();
   if (probe < 0) return 0;
@@ -175,12 +204,20 @@ int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long
   return result;
 }
 
-int TcpConnect(const std::string& host, std::uint16_t port, int receiveBufferBytes) {
+namespace {
+
+// A connected TCP socket, with the receive buffer and the segment size set first when
+// they are above 0; kNoSocket when any step fails.
+int ConnectTcp(const std::string& host, std::uint16_t port, int receiveBufferBytes, int maxSegmentBytes) {
   sockaddr_in address{};
   if (!MakeAddress(host, port, address)) return kNoSocket;
   const int s = OpenTcpSocket();
   if (s < 0) return kNoSocket;
   if (receiveBufferBytes > 0) setsockopt(s, SOL_SOCKET, SO_RCVBUF, &receiveBufferBytes, sizeof receiveBufferBytes);
+  if (maxSegmentBytes > 0 && setsockopt(s, IPPROTO_TCP, TCP_MAXSEG, &maxSegmentBytes, sizeof maxSegmentBytes) != 0) {
+    close(s);
+    return kNoSocket;
+  }
   int result;
   do {
     result = connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address);
@@ -190,6 +227,17 @@ int TcpConnect(const std::string& host, std::uint16_t port, int receiveBufferByt
     return kNoSocket;
   }
   return s;
+}
+
+}  // namespace
+
+int TcpConnect(const std::string& host, std::uint16_t port, int receiveBufferBytes) {
+  return ConnectTcp(host, port, receiveBufferBytes, 0);
+}
+
+int TcpConnectWithSmallSegments(const std::string& host, std::uint16_t port, int receiveBufferBytes,
+                                int maxSegmentBytes) {
+  return ConnectTcp(host, port, receiveBufferBytes, maxSegmentBytes);
 }
 
 int OpenUdpSocket() { return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); }

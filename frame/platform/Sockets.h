@@ -46,6 +46,13 @@ bool Listen(int socket, int backlog);
 int AcceptConnection(int listenSocket, std::uint32_t& peerAddress);
 bool SetKeepAlive(int socket, bool on);
 bool SetLinger(int socket, bool on, int seconds);
+// Bytes the socket still holds for its peer (not yet sent or not yet acknowledged);
+// 0 when there are none or the socket cannot tell.
+std::size_t UnsentBytes(int socket);
+// Closes a connected socket without ever waiting for its peer. A socket that still holds
+// bytes for the peer is reset and the bytes are dropped; one that holds none is shut
+// down, drained and closed in the orderly way, the kernel finishing the close by itself.
+void CloseWithoutWaiting(int socket);
 // Reserves a TCP port on 127.0.0.1 that is free right now (for tests and demos): binds
 // port 0 and returns the number the system chose, 0 on failure. The socket is closed.
 std::uint16_t FindFreeTcpPort();
@@ -61,6 +68,11 @@ int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long
 // Connects to host (dotted IPv4 text) and port; -1 when that fails. A receive buffer
 // size above 0 is set before connecting.
 int TcpConnect(const std::string& host, std::uint16_t port, int receiveBufferBytes = 0);
+// As TcpConnect, and before connecting also asks the peer for segments of at most
+// `maxSegmentBytes`. The peer sizes its send buffer by the segment size, so such a client
+// that never reads ties up little of the peer's memory (for tests).
+int TcpConnectWithSmallSegments(const std::string& host, std::uint16_t port, int receiveBufferBytes,
+                                int maxSegmentBytes);
 
 // ---- UDP multicast -------------------------------------------------------------------
 int OpenUdpSocket();
