@@ -1,10 +1,14 @@
 #include "distribution/SerialPort.h"
 
+#include <algorithm>
+#include <chrono>
+
 #include "distribution/ZOLServer.h"
 #include "frame/IniFile.h"
 #include "frame/KVTException.h"
 #include "frame/Package.h"
 #include "frame/platform/SerialLine.h"
+#include "frame/platform/Time.h"
 
 namespace {
 
@@ -77,6 +81,10 @@ BOOL CZOLSerialPort::OpenPort() {
       return FALSE;
     }
     if (!platform::ConfigureSerialLine(Handle, BaudRate, Parity, DataBits, StopBits)) return FALSE;
+    // The frame of one byte on the line: a start bit, the data bits, a parity bit if any
+    // and the stop bits (one and a half taken as two, as the line does).
+    LineRate = BaudRate;
+    LineBitsPerByte = 1u + DataBits + (Parity != 0 ? 1u : 0u) + (StopBits == 0 ? 1u : 2u);
     platform::PurgeSerialOutput(Handle);
     return TRUE;
   });
@@ -117,11 +125,43 @@ void CZOLSerialPort::SendPacket(const BYTE* packet) {
     // Whatever the driver still holds of the last packet is dropped: a slow line loses
     // the tail of a packet, not the head of the next.
     platform::PurgeSerialOutput(Handle);
+    const auto started = std::chrono::steady_clock::now();
     std::size_t written = 0;
     while (written < PacketSize) {
       const long n = platform::WriteSerial(Handle, packet + written, PacketSize - written);
       if (n <= 0) break;
       written += static_cast<std::size_t>(n);
     }
+    // A write here only hands the bytes to the driver; the packet has gone once they
+    // are on the line, and only then may the next purge come.
+    WaitUntilSent(written, started);
   });
+}
+
+std::chrono::microseconds CZOLSerialPort::LineTime(std::size_t bytes) const {
+  if (LineRate == 0) return std::chrono::microseconds(0);
+  return std::chrono::microseconds(static_cast<std::uint64_t>(bytes) * LineBitsPerByte * 1000000u / LineRate);
+}
+
+void CZOLSerialPort::WaitUntilSent(std::size_t bytes, std::chrono::steady_clock::time_point started) {
+  using std::chrono::microseconds;
+  using std::chrono::steady_clock;
+  // The bytes are out when the driver holds none of them any more and the line has had
+  // the time they take at its rate: a driver may hand them on faster than the line
+  // carries them (a pseudo-terminal hands them on at once).
+  const microseconds lineTime = LineTime(bytes);
+  const steady_clock::time_point onTheLine = started + lineTime;
+  const steady_clock::time_point timeout = started + 2 * lineTime + kWriteTimeoutAllowance;
+  while (Running.load() != 0) {
+    const long queued = platform::SerialOutputQueued(Handle);
+    if (queued < 0) return;  // no line to watch
+    const steady_clock::time_point now = steady_clock::now();
+    if (queued == 0 && now >= onTheLine) return;
+    if (now >= timeout) return;  // what is still held goes with the next purge
+    microseconds pause = queued > 0 ? LineTime(static_cast<std::size_t>(queued))
+                                    : std::chrono::duration_cast<microseconds>(onTheLine - now);
+    // Short steps, so that Stop never waits for a slow or stuck line.
+    pause = std::clamp(pause, kShortestPause, kLongestPause);
+    platform::SleepMicroseconds(static_cast<unsigned>(pause.count()));
+  }
 }

@@ -2,6 +2,9 @@
 // device by the host's package.
 #pragma once
 
+#include <chrono>
+#include <cstddef>
+
 #include "distribution/OutputPort.h"
 
 class CZOLSerialPort : public CZOLOutputPort {
@@ -19,6 +22,8 @@ class CZOLSerialPort : public CZOLOutputPort {
   void ClosePort();
   void Start() override;
   void Stop() override;
+  // Drops what the driver still holds, writes the packet and waits until it is out on
+  // the line, as long as the port runs and at most the port's write timeout.
   void SendPacket(const BYTE* packet) override;
 
   DWORD GetComPort() const { return ComPort; }
@@ -31,11 +36,28 @@ class CZOLSerialPort : public CZOLOutputPort {
   void SetBaudRate(DWORD baudRate) { BaudRate = baudRate; }
   int GetHandle() const { return Handle; }
 
+  // The time `bytes` take on the line at the rate and frame it was opened with.
+  std::chrono::microseconds LineTime(std::size_t bytes) const;
+
+  // A packet's write may take twice its line time and this much more before the purge
+  // before the next packet drops what the line has not taken.
+  static constexpr std::chrono::milliseconds kWriteTimeoutAllowance{100};
+
  private:
+  static constexpr std::chrono::microseconds kShortestPause{200};
+  static constexpr std::chrono::microseconds kLongestPause{20000};
+
+  // Returns once the written bytes are out, the write timeout has passed since
+  // `started`, or the port is stopping.
+  void WaitUntilSent(std::size_t bytes, std::chrono::steady_clock::time_point started);
+
   DWORD ComPort = 0;
   DWORD BaudRate = 115200;
   BYTE Parity = 0;
   BYTE DataBits = 8;
   BYTE StopBits = 0;
   std::string ComPortOptions;
+  // The line as OpenPort set it, for the sending thread.
+  DWORD LineRate = 0;
+  DWORD LineBitsPerByte = 10;
 };

@@ -5,7 +5,9 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "distribution/OutputPage.h"
 #include "frame/IniFile.h"
@@ -134,12 +136,96 @@ TEST(SerialPort, TheBaudRateGoesToTheDeviceAsItStands) {
     EXPECT_EQ(platform::SerialBaudRate(port.GetHandle()), rate);
     port.Stop();
   }
-  // A rate the driver does not take fails the open: the port stays stopped.
-  CZOLSerialPort odd(2);
-  odd.SetComPort(4);
-  odd.SetBaudRate(12345);
-  odd.Start();
-  EXPECT_EQ(odd.IsRunning(), 0);
+  // A rate of 0 would hang the line up: the open fails and the port stays stopped.
+  CZOLSerialPort none(2);
+  none.SetComPort(4);
+  none.SetBaudRate(0);
+  none.Start();
+  EXPECT_EQ(none.IsRunning(), 0);
+}
+
+// Rates without a termios constant of their own (a DMX line, a MIDI line, an odd one)
+// go to the driver as numbers, and the driver keeps them.
+TEST(SerialPort, RatesWithoutAConstantOfTheirOwnGoToTheDriverAsTheyStand) {
+  PseudoComPort com(4);
+  ASSERT_TRUE(com.Ok);
+  InstalledPackage scope(&com.Package);
+  for (DWORD rate : {250000u, 31250u, 12345u, 115200u}) {
+    CZOLSerialPort port(1);
+    port.SetComPort(4);
+    port.SetBaudRate(rate);
+    port.Start();
+    ASSERT_EQ(port.IsRunning(), 1) << rate;
+    EXPECT_EQ(port.GetInfoLine2(), "Baudrate: " + std::to_string(rate));
+    EXPECT_EQ(platform::SerialBaudRate(port.GetHandle()), rate);
+    EXPECT_TRUE(com.Package.HasLine("Starting serial server (Port: COM4, Baudrate: " + std::to_string(rate) + ")."));
+    port.Stop();
+  }
+}
+
+// A write hands the bytes to the driver at once; the port goes on only when the line
+// has had the time for them, so packets leave no faster than the rate carries them.
+TEST(SerialPortThread, PacketsLeaveNoFasterThanTheLineRateCarriesThem) {
+  PacketSizeScope size(128, 1);
+  PseudoComPort com(5);
+  ASSERT_TRUE(com.Ok);
+  InstalledPackage scope(&com.Package);
+  CZOLSerialPort port(1);
+  port.SetComPort(5);
+  port.SetBaudRate(9600);
+  port.Start();
+  ASSERT_EQ(port.IsRunning(), 1);
+  const auto lineTime = std::chrono::microseconds(133333);  // 128 bytes of ten bits at 9600 baud
+  COutputPage page(1, 3, 0, 10, "", "four.bin");
+  std::vector<BYTE> data(500);
+  unsigned state = 7;
+  for (BYTE& byte : data) {
+    state = state * 1103515245u + 12345u;
+    byte = static_cast<BYTE>(state >> 16);  // does not compress
+  }
+  page.SetData(data);
+  page.BuildPackets();
+  const std::size_t packets = page.GetPackets().size();
+  ASSERT_GE(packets, 4u);
+  ASSERT_LE(packets, 20u);  // one burst
+  const auto handedOn = std::chrono::steady_clock::now();
+  port.UpdatePage(page.GetPageKey(), page.GetSequenceLow(), page.GetPackets());
+  const std::vector<BYTE> got =
+      com.ReadUntil([&](const std::vector<BYTE>& bytes) { return bytes.size() >= packets * 128; });
+  const auto spread = std::chrono::steady_clock::now() - handedOn;
+  port.Stop();
+  // Nothing was purged: every packet came, whole and in order.
+  ASSERT_EQ(got.size(), packets * 128);
+  for (std::size_t n = 0; n < packets; ++n) {
+    EXPECT_EQ(std::memcmp(got.data() + n * 128, page.GetPackets()[n], 128), 0) << "packet " << n;
+  }
+  // The last packet could not be written before the line had carried the ones before.
+  EXPECT_GE(spread, (packets - 1) * lineTime);
+}
+
+// Waiting for a line that nobody drains never holds up Stop.
+TEST(SerialPortThread, StopEndsTheThreadAtOnceWhileALineTakesItsTime) {
+  PacketSizeScope size(128, 1);
+  PseudoComPort com(8);
+  ASSERT_TRUE(com.Ok);
+  InstalledPackage scope(&com.Package);
+  CZOLSerialPort port(1);
+  port.SetComPort(8);
+  port.SetBaudRate(300);  // one packet takes more than four seconds
+  port.Start();
+  ASSERT_EQ(port.IsRunning(), 1);
+  COutputPage page(1, 3, 0, 10, "", "slow.bin");
+  page.SetData(std::vector<BYTE>(1000, 'x'));
+  page.BuildPackets();
+  port.UpdatePage(page.GetPageKey(), page.GetSequenceLow(), page.GetPackets());
+  // The first packet is written: the thread now waits for the line.
+  const std::vector<BYTE> got = com.ReadUntil([](const std::vector<BYTE>& bytes) { return bytes.size() >= 128; });
+  ASSERT_EQ(got.size(), 128u);
+  const auto before = std::chrono::steady_clock::now();
+  port.Stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
+  EXPECT_EQ(port.IsRunning(), 0);
+  EXPECT_EQ(port.GetHandle(), -1);
 }
 
 TEST(SerialPort, PortNumberZeroFailsTheStartAndThePortStaysStopped) {

@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <map>
+
+#include "frame/platform/SerialRate.h"
 
 namespace platform {
 
@@ -25,18 +28,6 @@ bool SpeedOf(std::uint32_t baudRate, speed_t& speed) {
   if (found == speeds.end()) return false;
   speed = found->second;
   return true;
-}
-
-std::uint32_t RateOf(speed_t speed) {
-  static const std::map<speed_t, std::uint32_t> rates = {
-      {B50, 50},           {B75, 75},           {B110, 110},         {B134, 134},         {B150, 150},
-      {B200, 200},         {B300, 300},         {B600, 600},         {B1200, 1200},       {B1800, 1800},
-      {B2400, 2400},       {B4800, 4800},       {B9600, 9600},       {B19200, 19200},     {B38400, 38400},
-      {B57600, 57600},     {B115200, 115200},   {B230400, 230400},   {B460800, 460800},   {B500000, 500000},
-      {B576000, 576000},   {B921600, 921600},   {B1000000, 1000000}, {B1152000, 1152000}, {B1500000, 1500000},
-      {B2000000, 2000000}, {B2500000, 2500000}, {B3000000, 3000000}, {B3500000, 3500000}, {B4000000, 4000000}};
-  const auto found = rates.find(speed);
-  return found == rates.end() ? 0 : found->second;
 }
 
 int OpenDevice(const std::string& device, int access) {
@@ -69,9 +60,14 @@ bool ConfigureSerialLine(int device, std::uint32_t baudRate, int parityIndex, in
   termios settings{};
   if (tcgetattr(device, &settings) != 0) return false;
   cfmakeraw(&settings);
+  if (baudRate == 0) return false;  // a rate of 0 hangs the line up
+  // A rate with a constant of its own goes the usual way; any other goes to the driver
+  // as a number once the rest is set.
   speed_t speed = 0;
-  if (!SpeedOf(baudRate, speed)) return false;
-  if (cfsetispeed(&settings, speed) != 0 || cfsetospeed(&settings, speed) != 0) return false;
+  const bool standard = SpeedOf(baudRate, speed);
+  if (standard && (cfsetispeed(&settings, speed) != 0 || cfsetospeed(&settings, speed) != 0)) return false;
+  // No separate input rate: one left from a rate set as a number would stay otherwise.
+  settings.c_cflag &= ~static_cast<tcflag_t>(CIBAUD);
 
   settings.c_cflag &= ~static_cast<tcflag_t>(CSIZE);
   switch (dataBits) {
@@ -97,16 +93,19 @@ bool ConfigureSerialLine(int device, std::uint32_t baudRate, int parityIndex, in
   settings.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
   settings.c_cflag |= CLOCAL | CREAD;
   settings.c_iflag &= ~static_cast<tcflag_t>(IXON | IXOFF | IXANY);
-  return tcsetattr(device, TCSANOW, &settings) == 0;
+  if (tcsetattr(device, TCSANOW, &settings) != 0) return false;
+  return standard || SetSerialRateExactly(device, baudRate);
 }
 
-std::uint32_t SerialBaudRate(int device) {
-  termios settings{};
-  if (tcgetattr(device, &settings) != 0) return 0;
-  return RateOf(cfgetospeed(&settings));
-}
+std::uint32_t SerialBaudRate(int device) { return ReadSerialRate(device); }
 
 void PurgeSerialOutput(int device) { tcflush(device, TCOFLUSH); }
+
+long SerialOutputQueued(int device) {
+  int queued = 0;
+  if (ioctl(device, TIOCOUTQ, &queued) != 0) return -1;
+  return queued;
+}
 
 long WriteSerial(int device, const void* data, std::size_t length) {
   ssize_t written;
