@@ -103,7 +103,13 @@ std::string ClientUsage() {
          "  --out DIR                write every page under DIR at its path and name; a page whose\n"
          "                           path or name could leave DIR is refused and counted\n"
          "                           (without --out pages are only listed). A site's information\n"
-         "                           page is written as DIR/_siteS.info, key=value lines\n"
+         "                           page is written as DIR/_siteS.info, key=value lines.\n"
+         "                           Each page keeps one file: when its path or name changes,\n"
+         "                           the old file is removed\n"
+         "  --max-bytes N            the files written under DIR hold at most N bytes together\n"
+         "                           (default 1073741824, 1 GiB); a page that would pass it is\n"
+         "                           not written, and from then on nothing is: told once on\n"
+         "                           stderr and counted in --stats\n"
          "  --stats                  print packet and page counts when the client ends, and\n"
          "                           per site its name, pagecount, pages complete and clock\n"
          "  --timeout S              stop after S seconds (decimals allowed)\n"
@@ -172,6 +178,13 @@ bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions
           return false;
         }
         options.OutputFolder = value;
+      } else if (name == "--max-bytes") {
+        if (!takeValue()) return false;
+        if (!ParseUnsigned(value, std::uint64_t{1} << 62, number) || number == 0) {
+          error = "bad --max-bytes '" + value + "': expected a positive whole number of bytes";
+          return false;
+        }
+        options.MaxBytes = static_cast<std::uint64_t>(number);
       } else if (name == "--timeout") {
         if (!takeValue()) return false;
         if (!ParseSeconds(value, options.TimeoutSeconds)) {

@@ -20,6 +20,7 @@ struct ClientOptions {
   std::uint32_t BaudRate = 115200;
 
   std::string OutputFolder;  // empty: pages are listed, not written
+  std::uint64_t MaxBytes = std::uint64_t{1} << 30;  // what the files under OutputFolder may hold
   bool Stats = false;
   double TimeoutSeconds = 0;      // 0: no limit
   std::size_t UntilComplete = 0;  // 0: no limit

@@ -108,6 +108,12 @@ TEST(ClientOptions, BadArgumentsGiveOneLineErrors) {
       {"tcp://127.0.0.1:1", "--stats=yes"},
       {"tcp://127.0.0.1:1", "--unknown"},
       {"tcp://127.0.0.1:1", "--out", ""},
+      {"tcp://127.0.0.1:1", "--max-bytes", "0"},
+      {"tcp://127.0.0.1:1", "--max-bytes", "-5"},
+      {"tcp://127.0.0.1:1", "--max-bytes", "1G"},
+      {"tcp://127.0.0.1:1", "--max-bytes", ""},
+      {"tcp://127.0.0.1:1", "--max-bytes", "99999999999999999999999"},
+      {"tcp://127.0.0.1:1", "--max-bytes"},
   };
   for (const auto& args : bad) {
     ClientOptions o;
@@ -118,6 +124,20 @@ TEST(ClientOptions, BadArgumentsGiveOneLineErrors) {
     EXPECT_FALSE(error.empty()) << joined;
     EXPECT_EQ(error.find('\n'), std::string::npos) << joined;
   }
+}
+
+TEST(ClientOptions, MaxBytesDefaultsToOneGibibyteAndTakesACount) {
+  ClientOptions o;
+  std::string error;
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--out", "pages"}, o, error)) << error;
+  EXPECT_EQ(o.MaxBytes, 1073741824u);
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--max-bytes", "5000"}, o, error)) << error;
+  EXPECT_EQ(o.MaxBytes, 5000u);
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--max-bytes=1"}, o, error)) << error;
+  EXPECT_EQ(o.MaxBytes, 1u);
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--max-bytes", "0"}, o, error));
+  EXPECT_EQ(error, "bad --max-bytes '0': expected a positive whole number of bytes");
+  EXPECT_NE(zolclient::ClientUsage().find("--max-bytes N"), std::string::npos);
 }
 
 }  // namespace

@@ -150,6 +150,73 @@ TEST(ClientProcessPort, TcpClientRebuildsPagesAcrossAReconnection) {
                                       "out/x/y/c.txt"}));
 }
 
+TEST(ClientProcessPort, TcpClientRebuildsAPageOfMoreThan4096Packets) {
+  ScopedTempFolder temp;
+  const fs::path out = temp.Path() / "out";
+  const Bytes data = LongText(3 * 1024 * 1024, 17);  // incompressible: the packet numbers wrap six times
+  const auto page = handbuilt::PagePackets(1, 12, 0, 1, "", "big.bin", data);
+  ASSERT_GT(page.size(), 6u * 4096u);
+
+  std::uint16_t port = 0;
+  const int listener = ListenOnFreePort(port);
+  ASSERT_NE(listener, platform::kNoSocket);
+  ClientProgram client("tcp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
+                       " --until-complete 1 --timeout 60 --stats");
+  const int connection = AcceptWithin(listener, 20);
+  ASSERT_NE(connection, platform::kNoSocket);
+  EXPECT_TRUE(SendAll(connection, handbuilt::Join(page)));
+  const int status = client.Wait();
+  platform::CloseSocket(connection);
+  platform::CloseSocket(listener);
+  EXPECT_EQ(status, 0) << client.Stderr();
+  EXPECT_TRUE(ReadWholeFile(out / "big.bin") == std::string(data.begin(), data.end()));
+  EXPECT_NE(client.Stdout().find("site 1 page 12 big.bin 3145728 bytes version 0.1\n"), std::string::npos)
+      << client.Stdout();
+}
+
+TEST(ClientProcessPort, TcpClientKeepsOneFilePerPageAndStopsWritingAtMaxBytes) {
+  ScopedTempFolder temp;
+  const fs::path out = temp.Path() / "out";
+  // Every version of page 4 comes under a new path; then page 5 would pass the limit.
+  Bytes stream;
+  for (int version = 1; version <= 30; ++version) {
+    const Bytes one = handbuilt::Join(handbuilt::PagePackets(1, 4, 0, static_cast<BYTE>(version),
+                                                             "v" + std::to_string(version) + "/", "page.html",
+                                                             Text("version " + std::to_string(version))));
+    stream.insert(stream.end(), one.begin(), one.end());
+  }
+  for (DWORD page : {5u, 6u}) {
+    const Bytes more = handbuilt::Join(handbuilt::PagePackets(1, page, 0, 1, "", "p" + std::to_string(page),
+                                                              LongText(600, page)));
+    stream.insert(stream.end(), more.begin(), more.end());
+  }
+
+  std::uint16_t port = 0;
+  const int listener = ListenOnFreePort(port);
+  ASSERT_NE(listener, platform::kNoSocket);
+  ClientProgram client("tcp://127.0.0.1:" + std::to_string(port) + " --out " + out.string() +
+                       " --max-bytes 1000 --until-complete 3 --timeout 30 --stats");
+  const int connection = AcceptWithin(listener, 20);
+  ASSERT_NE(connection, platform::kNoSocket);
+  EXPECT_TRUE(SendAll(connection, stream));
+  const int status = client.Wait();
+  platform::CloseSocket(connection);
+  platform::CloseSocket(listener);
+  EXPECT_EQ(status, 0) << client.Stderr();
+  EXPECT_EQ(ListTree(out), (std::vector<std::string>{"p5", "v30", "v30/page.html"}));
+  EXPECT_EQ(ReadWholeFile(out / "v30/page.html"), "version 30");
+  // Told once, for page 5 and page 6 alike.
+  const std::string told = "zolclient: the files under " + out.string() +
+                           " reached the limit of 1000 bytes (--max-bytes); nothing more is written\n";
+  const std::string stderrText = client.Stderr();
+  EXPECT_NE(stderrText.find(told), std::string::npos) << stderrText;
+  EXPECT_EQ(stderrText.find("limit", stderrText.find(told) + told.size()), std::string::npos) << stderrText;
+  EXPECT_NE(client.Stdout().find("files: bytes kept 610 of 1000, old files removed 29, not written for the byte "
+                                 "limit 1\n"),
+            std::string::npos)
+      << client.Stdout();
+}
+
 TEST(ClientProcessPort, TcpClientKeepsTryingWhileNoServerListens) {
   const std::uint16_t port = platform::FindFreeTcpPort();
   ASSERT_NE(port, 0);
@@ -432,13 +499,20 @@ TEST(ClientProcess, BadArgumentGivesOneLineAndStatusTwo) {
   EXPECT_EQ(client.Stdout(), "");
 }
 
+TEST(ClientProcess, BadMaxBytesGivesOneLineAndStatusTwo) {
+  ClientProgram client("tcp://127.0.0.1:1 --max-bytes lots");
+  EXPECT_EQ(client.Wait(), 2);
+  EXPECT_EQ(client.Stderr(), "zolclient: bad --max-bytes 'lots': expected a positive whole number of bytes\n");
+  EXPECT_EQ(client.Stdout(), "");
+}
+
 TEST(ClientProcess, HelpExplainsEveryOption) {
   ClientProgram client("--help");
   EXPECT_EQ(client.Wait(), 0);
   const std::string text = client.Stdout();
   for (const char* option : {"--out", "--stats", "--timeout", "--until-complete N", "--until-complete site",
                              "_siteS.info", "(information)", "rebuilt", "--packet-size", "--interface",
-                             "--reconnect-pause", "--help", "tcp://", "udp://", "serial:"}) {
+                             "--reconnect-pause", "--max-bytes", "--help", "tcp://", "udp://", "serial:"}) {
     EXPECT_NE(text.find(option), std::string::npos) << option;
   }
 }

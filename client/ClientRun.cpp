@@ -28,7 +28,7 @@ void RequestClientStop() { StopRequested.store(true); }
 
 int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err) {
   return Guarded("RunClient()", [&] {
-    CClientSession session(options.PacketSize, options.OutputFolder, out, err);
+    CClientSession session(options.PacketSize, options.OutputFolder, out, err, options.MaxBytes);
     std::string error;
     if (!session.Prepare(error)) {
       err << "zolclient: " << error << std::endl;

@@ -9,8 +9,15 @@
 namespace zolclient {
 
 CClientSession::CClientSession(std::size_t packetSize, std::string outputFolder, std::ostream& out,
-                               std::ostream& err)
-    : PacketScanner(packetSize), Output(std::move(outputFolder)), Out(out), Err(err) {}
+                               std::ostream& err, std::uint64_t maxBytes)
+    : PacketScanner(packetSize), Output(std::move(outputFolder), maxBytes), Out(out), Err(err) {}
+
+void CClientSession::TellLimitReached() {
+  if (LimitTold) return;
+  LimitTold = true;
+  Err << "zolclient: the files under " << PrintableText(Output.OutputFolder()) << " reached the limit of "
+      << Output.MaxBytes() << " bytes (--max-bytes); nothing more is written" << std::endl;
+}
 
 bool CClientSession::Prepare(std::string& error) {
   return Guarded("CClientSession::Prepare()", [&] {
@@ -69,11 +76,14 @@ void CClientSession::OnInformationPage(const ReceivedPage& page) {
       Out << "site " << page.SiteNumber << " rebuilt: build time " << Sites.Sites().at(page.SiteNumber).BuildTime
           << std::endl;
     }
-    if (!Output.OutputFolder().empty() &&
-        Output.WriteInformation(page.SiteNumber, Sites.InformationFileText(page.SiteNumber)) != WriteResult::Written &&
-        InformationWriteFailed.insert(page.SiteNumber).second) {
-      // Told once per site, as it would be every second; the statistics count them all.
-      Err << "zolclient: could not write " << InformationFileName(page.SiteNumber) << std::endl;
+    if (!Output.OutputFolder().empty()) {
+      const WriteResult written = Output.WriteInformation(page.SiteNumber, Sites.InformationFileText(page.SiteNumber));
+      if (written == WriteResult::OverLimit) {
+        TellLimitReached();
+      } else if (written != WriteResult::Written && InformationWriteFailed.insert(page.SiteNumber).second) {
+        // Told once per site, as it would be every second; the statistics count them all.
+        Err << "zolclient: could not write " << InformationFileName(page.SiteNumber) << std::endl;
+      }
     }
     PrintPageLine(page, "(information)");
   });
@@ -91,6 +101,10 @@ void CClientSession::OnPage(const ReceivedPage& page) {
     if (!Output.OutputFolder().empty()) {
       switch (Output.Write(page)) {
         case WriteResult::Written: break;
+        case WriteResult::OverLimit:
+          // Received all the same, so it is listed; the statistics count what was not written.
+          TellLimitReached();
+          break;
         case WriteResult::Refused:
           Err << "zolclient: refused page site " << page.SiteNumber << " page " << page.PageNumber << " '"
               << location << "': its location would leave the output folder" << std::endl;
@@ -122,6 +136,8 @@ std::string CClientSession::StatsText() const {
     const WriteCounters& w = Output.Counters();
     text << ", written " << w.Written << ", refused " << w.Refused << ", write failed " << w.Failed
          << ", information files written " << w.InformationWritten << "\n";
+    text << "files: bytes kept " << Output.BytesHeld() << " of " << Output.MaxBytes() << ", old files removed "
+         << w.Removed << ", not written for the byte limit " << w.OverLimit << "\n";
     text << Sites.StatsLines();
     return text.str();
   });

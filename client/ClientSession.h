@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <ostream>
 #include <set>
 #include <string>
@@ -16,8 +17,10 @@ namespace zolclient {
 
 class CClientSession {
  public:
-  // An empty `outputFolder` lists the pages without writing them.
-  CClientSession(std::size_t packetSize, std::string outputFolder, std::ostream& out, std::ostream& err);
+  // An empty `outputFolder` lists the pages without writing them; what is written there
+  // stays within `maxBytes` (see CPageWriter).
+  CClientSession(std::size_t packetSize, std::string outputFolder, std::ostream& out, std::ostream& err,
+                 std::uint64_t maxBytes = kDefaultMaxBytes);
 
   // Creates the output folder; false with a one-line `error` when that is impossible.
   bool Prepare(std::string& error);
@@ -43,12 +46,15 @@ class CClientSession {
   // Page 0: decoded, never written as a page; a rebuilt site's pages are taken afresh.
   void OnInformationPage(const ReceivedPage& page);
   void PrintPageLine(const ReceivedPage& page, const std::string& location);
+  // Says once that the output reached its byte limit.
+  void TellLimitReached();
 
   CPacketScanner PacketScanner;
   CPageAssembler Assembler;
   CPageWriter Output;
   CSiteTracker Sites;
   std::set<DWORD> InformationWriteFailed;  // sites whose information file could not be written
+  bool LimitTold = false;
   std::ostream& Out;
   std::ostream& Err;
 };

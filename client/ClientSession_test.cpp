@@ -117,4 +117,57 @@ TEST(ClientSessionSites, WithoutAnOutputFolderTheInformationPageIsOnlyListed) {
   EXPECT_EQ(err.str(), "");
 }
 
+TEST(ClientSessionSites, OutputPastItsByteLimitIsToldOnceAndCounted) {
+  ScopedTempFolder temp;
+  std::ostringstream out, err;
+  zolclient::CClientSession session(128, (temp.Path() / "out").string(), out, err, 100);
+  std::string error;
+  ASSERT_TRUE(session.Prepare(error)) << error;
+  Feed(session, handbuilt::PagePackets(1, 1, 0, 1, "", "a.html", Bytes(60, 'a')));
+  Feed(session, handbuilt::PagePackets(1, 2, 0, 1, "", "b.html", Bytes(60, 'b')));
+  Feed(session, handbuilt::PagePackets(1, 3, 0, 1, "", "c.html", Bytes(1, 'c')));
+  EXPECT_EQ(ListTree(temp.Path() / "out"), std::vector<std::string>{"a.html"});
+  EXPECT_EQ(Count(err.str(), "\n"), 1u) << err.str();
+  EXPECT_NE(err.str().find("reached the limit of 100 bytes (--max-bytes); nothing more is written"),
+            std::string::npos)
+      << err.str();
+  // The pages were received all the same.
+  EXPECT_NE(out.str().find("site 1 page 3 c.html 1 bytes version 0.1\n"), std::string::npos) << out.str();
+  EXPECT_NE(session.StatsText().find("files: bytes kept 60 of 100, old files removed 0, not written for the byte limit 2\n"),
+            std::string::npos)
+      << session.StatsText();
+}
+
+TEST(ClientSessionSites, PageThatMovesKeepsOneFile) {
+  ScopedTempFolder temp;
+  std::ostringstream out, err;
+  zolclient::CClientSession session(128, (temp.Path() / "out").string(), out, err);
+  std::string error;
+  ASSERT_TRUE(session.Prepare(error)) << error;
+  for (int version = 1; version <= 20; ++version) {
+    Feed(session, handbuilt::PagePackets(1, 4, 0, static_cast<BYTE>(version), "v" + std::to_string(version) + "/",
+                                         "p" + std::to_string(version) + ".html", handbuilt::TextBytes("x")));
+  }
+  EXPECT_EQ(ListTree(temp.Path() / "out"), (std::vector<std::string>{"v20", "v20/p20.html"}));
+  EXPECT_NE(session.StatsText().find("old files removed 19,"), std::string::npos) << session.StatsText();
+}
+
+TEST(ClientSessionSites, ControlCharactersInPageLocationsAreShownEscaped) {
+  ScopedTempFolder temp;
+  std::ostringstream out, err;
+  zolclient::CClientSession session(128, (temp.Path() / "out").string(), out, err);
+  std::string error;
+  ASSERT_TRUE(session.Prepare(error)) << error;
+  Feed(session, handbuilt::PagePackets(1, 5, 0, 1, "d\x9b" "2J/", "n\x1b\x85.html", handbuilt::TextBytes("x")));
+  Feed(session, handbuilt::PagePackets(1, 6, 0, 1, "../", "\xc2\x9bx", handbuilt::TextBytes("x")));
+  EXPECT_NE(out.str().find("site 1 page 5 d\\x9b2J/n\\x1b\\x85.html 1 bytes"), std::string::npos) << out.str();
+  EXPECT_NE(err.str().find("'../\\xc2\\x9bx'"), std::string::npos) << err.str();
+  for (const std::string& text : {out.str(), err.str()}) {
+    for (char c : text) {
+      const unsigned char u = static_cast<unsigned char>(c);
+      EXPECT_FALSE((u < 0x20 && c != '\n') || (u >= 0x7F && u <= 0x9F)) << static_cast<unsigned>(u);
+    }
+  }
+}
+
 }  // namespace

@@ -9,8 +9,38 @@ void CPageAssembler::Forget(Collection& collection) {
   Pending -= collection.Bytes;
   collection.Chunks.clear();
   collection.Bytes = 0;
-  collection.LastNumber = -1;
+  collection.LastPosition = -1;
+  collection.HasPrevious = false;
+  collection.PreviousNumber = 0;
+  collection.PreviousWasLast = false;
+  collection.Round = 0;
   collection.Active = false;
+}
+
+std::uint64_t CPageAssembler::Position(Collection& collection, DWORD number, bool isLast) {
+  if (collection.HasPrevious) {
+    if (collection.PreviousWasLast) {
+      // Behind its last packet a version can only come round again from its start.
+      collection.Round = 0;
+    } else if (number < collection.PreviousNumber) {
+      if (collection.PreviousNumber >= kPacketNumberRange - kWrapWindow && number < kWrapWindow) {
+        ++collection.Round;
+      } else if (collection.PreviousNumber - number > kReorderWindow) {
+        collection.Round = 0;
+      }
+    }
+  }
+  std::uint64_t position = collection.Round * kPacketNumberRange + number;
+  // Nothing stands behind a known last packet: the wrap was misjudged (its last packet was
+  // lost the turn before), and this is a new turn.
+  if (collection.LastPosition >= 0 && position > static_cast<std::uint64_t>(collection.LastPosition)) {
+    collection.Round = 0;
+    position = number;
+  }
+  collection.HasPrevious = true;
+  collection.PreviousNumber = number;
+  collection.PreviousWasLast = isLast;
+  return position;
 }
 
 void CPageAssembler::DropAllUnfinished() {
@@ -62,30 +92,36 @@ void CPageAssembler::Add(const ScannedPacket& packet, const Sink& sink) {
       collection.High = high;
       collection.Low = low;
     }
-    if (collection.Chunks.count(number) != 0) {
+    const std::uint64_t position = Position(collection, number, packet.IsLast);
+    if (collection.Chunks.count(position) != 0) {
       ++Stats.Duplicates;
       return;
     }
     if (Pending + packet.Chunk.size() > kMaxPendingBytes) {
+      const std::uint64_t round = collection.Round;
       DropAllUnfinished();
       collection.Active = true;
       collection.High = high;
       collection.Low = low;
+      collection.HasPrevious = true;
+      collection.PreviousNumber = number;
+      collection.PreviousWasLast = packet.IsLast;
+      collection.Round = round;
     }
-    collection.Chunks.emplace(number, packet.Chunk);
+    collection.Chunks.emplace(position, packet.Chunk);
     collection.Bytes += packet.Chunk.size();
     Pending += packet.Chunk.size();
-    if (packet.IsLast) collection.LastNumber = static_cast<long>(number);
+    if (packet.IsLast) collection.LastPosition = static_cast<long long>(position);
     TryComplete(identity, collection, sink);
   });
 }
 
 void CPageAssembler::TryComplete(DWORD identity, Collection& collection, const Sink& sink) {
   Guarded("CPageAssembler::TryComplete()", [&] {
-    if (collection.LastNumber < 0) return;
-    const std::size_t expected = static_cast<std::size_t>(collection.LastNumber) + 1;
-    // Numbers behind the last packet cannot belong to this version.
-    if (collection.Chunks.rbegin()->first > static_cast<DWORD>(collection.LastNumber)) {
+    if (collection.LastPosition < 0) return;
+    const std::size_t expected = static_cast<std::size_t>(collection.LastPosition) + 1;
+    // Positions behind the last packet cannot belong to this version.
+    if (collection.Chunks.rbegin()->first > static_cast<std::uint64_t>(collection.LastPosition)) {
       ++Stats.Inconsistent;
       Forget(collection);
       return;

@@ -20,6 +20,16 @@ namespace zolclient {
 // Chunks waiting for the rest of their version, over all pages, are kept below this.
 inline constexpr std::size_t kMaxPendingBytes = 64u * 1024u * 1024u;
 
+// A packet number has twelve bits, so a page of more than 4096 packets numbers them
+// 0 to 4095 again and again. Over a byte stream the packets of a page come in order, so a
+// step from near the top of the range (within this many numbers of it) to near its
+// bottom, before the page's last packet, starts the next round of numbers.
+inline constexpr DWORD kPacketNumberRange = 4096;
+inline constexpr DWORD kWrapWindow = 256;
+// A step back by at most this many numbers, where no wrap is possible, is a packet
+// a little out of order (datagrams); a longer one is a new turn of the carousel.
+inline constexpr DWORD kReorderWindow = 64;
+
 struct ReceivedPage {
   DWORD PageIdentity = 0;  // PacketID AND 0xFFFC0000
   DWORD SiteNumber = 0;
@@ -68,8 +78,12 @@ class CPageAssembler {
     bool Active = false;
     BYTE High = 0;
     BYTE Low = 0;
-    std::map<DWORD, std::vector<BYTE>> Chunks;  // by packet number
-    long LastNumber = -1;
+    std::map<std::uint64_t, std::vector<BYTE>> Chunks;  // by position: round * 4096 + packet number
+    long long LastPosition = -1;  // position of the last packet, once it came
+    bool HasPrevious = false;      // the fields below describe the packet taken before
+    DWORD PreviousNumber = 0;
+    bool PreviousWasLast = false;
+    std::uint64_t Round = 0;       // how often the packet numbers wrapped before this packet
     std::size_t Bytes = 0;
     bool HasDelivered = false;
     BYTE DeliveredHigh = 0;
@@ -77,6 +91,8 @@ class CPageAssembler {
   };
 
   void Forget(Collection& collection);
+  // Where a packet with this number stands in its page version, counting the wraps.
+  static std::uint64_t Position(Collection& collection, DWORD number, bool isLast);
   void DropAllUnfinished();
   void TryComplete(DWORD identity, Collection& collection, const Sink& sink);
 

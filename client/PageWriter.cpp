@@ -33,6 +33,11 @@ bool HasForbiddenByte(const std::string& text) {
   return text.find('\\') != std::string::npos || text.find('\0') != std::string::npos;
 }
 
+// Whose file a location is: a page (by site and page number, whatever its level) or the
+// information of a site.
+std::uint64_t PageOwner(DWORD site, DWORD page) { return (static_cast<std::uint64_t>(site) << 9) | page; }
+std::uint64_t InformationOwner(DWORD site) { return (std::uint64_t{1} << 32) | site; }
+
 }  // namespace
 
 bool SafeRelativeLocation(const std::string& path, const std::string& name, std::string& relative) {
@@ -58,7 +63,8 @@ std::string DisplayLocation(const std::string& path, const std::string& name) {
   return path + "/" + name;
 }
 
-CPageWriter::CPageWriter(std::string outputFolder) : Folder(std::move(outputFolder)) {}
+CPageWriter::CPageWriter(std::string outputFolder, std::uint64_t maxBytes)
+    : Folder(std::move(outputFolder)), Limit(maxBytes) {}
 
 bool CPageWriter::Prepare(std::string& error) {
   return Guarded("CPageWriter::Prepare()", [&] {
@@ -81,7 +87,8 @@ WriteResult CPageWriter::Write(const ReceivedPage& page) {
       ++Stats.Refused;
       return WriteResult::Refused;
     }
-    const WriteResult result = WriteAt(relative, page.Record.Data.data(), page.Record.Data.size());
+    const WriteResult result = WriteFor(PageOwner(page.SiteNumber, page.PageNumber), relative,
+                                        page.Record.Data.data(), page.Record.Data.size());
     if (result == WriteResult::Written) ++Stats.Written;
     return result;
   });
@@ -89,10 +96,74 @@ WriteResult CPageWriter::Write(const ReceivedPage& page) {
 
 WriteResult CPageWriter::WriteInformation(DWORD siteNumber, const std::string& text) {
   return Guarded("CPageWriter::WriteInformation()", [&] {
-    const WriteResult result =
-        WriteAt(InformationFileName(siteNumber), reinterpret_cast<const BYTE*>(text.data()), text.size());
+    const WriteResult result = WriteFor(InformationOwner(siteNumber), InformationFileName(siteNumber),
+                                        reinterpret_cast<const BYTE*>(text.data()), text.size());
     if (result == WriteResult::Written) ++Stats.InformationWritten;
     return result;
+  });
+}
+
+WriteResult CPageWriter::WriteFor(std::uint64_t owner, const std::string& relative, const BYTE* data,
+                                  std::size_t size) {
+  return Guarded("CPageWriter::WriteFor()", [&] {
+    // The file written over, if this writer wrote it, gives its bytes back.
+    const auto old = Held.find(relative);
+    const std::uint64_t freed = old == Held.end() ? 0 : old->second;
+    if (Full || HeldBytes - freed + size > Limit) {
+      Full = true;
+      ++Stats.OverLimit;
+      return WriteResult::OverLimit;
+    }
+    const WriteResult result = WriteAt(relative, data, size);
+    if (result != WriteResult::Written) return result;
+    HeldBytes = HeldBytes - freed + size;
+    Held[relative] = size;
+    const auto previous = Locations.find(owner);
+    if (previous == Locations.end()) {
+      Locations.emplace(owner, relative);
+      return result;
+    }
+    const std::string moved = previous->second;
+    if (moved == relative) return result;
+    previous->second = relative;
+    // Another page may have come to the old location since; then the file is its own.
+    for (const auto& [other, location] : Locations) {
+      if (location == moved) return result;
+    }
+    RemoveAt(moved);
+    return result;
+  });
+}
+
+void CPageWriter::RemoveAt(const std::string& relative) {
+  Guarded("CPageWriter::RemoveAt()", [&] {
+    const auto held = Held.find(relative);
+    if (held != Held.end()) {
+      HeldBytes -= held->second;
+      Held.erase(held);
+    }
+    std::error_code code;
+    // As when writing: never through a link that someone else put on the way.
+    fs::path directory = Folder;
+    std::vector<fs::path> made;
+    const std::vector<std::string> parts = SplitComponents(relative);
+    for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
+      directory /= parts[i];
+      const fs::file_status status = fs::symlink_status(directory, code);
+      if (!fs::is_directory(status) || fs::is_symlink(status)) return;
+      made.push_back(directory);
+    }
+    const fs::path target = directory / parts.back();
+    const fs::file_status status = fs::symlink_status(target, code);
+    if (!fs::is_regular_file(status) && !fs::is_symlink(status)) return;
+    if (!fs::remove(target, code) || code) return;
+    ++Stats.Removed;
+    // Folders that held nothing else go with it, deepest first; a folder that still holds
+    // something stays, and so do all above it.
+    for (auto it = made.rbegin(); it != made.rend(); ++it) {
+      if (!fs::is_empty(*it, code) || code) break;
+      if (!fs::remove(*it, code) || code) break;
+    }
   });
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <random>
 
 #include "client/TestFolders.h"
@@ -17,8 +18,12 @@ using zolclient::ReceivedPage;
 using zolclient::SafeRelativeLocation;
 using zolclient::WriteResult;
 
-ReceivedPage MakePage(const std::string& path, const std::string& name, const std::string& text) {
+// A page of site 1; pages with different numbers keep files of their own.
+ReceivedPage MakePage(const std::string& path, const std::string& name, const std::string& text,
+                      DWORD pageNumber = 1) {
   ReceivedPage page;
+  page.SiteNumber = 1;
+  page.PageNumber = pageNumber;
   page.Record.Path = path;
   page.Record.Name = name;
   page.Record.Data.assign(text.begin(), text.end());
@@ -65,7 +70,7 @@ TEST(PageWriter, WritesPagesAtTheirPathAndReplacesThemWithNewVersions) {
   EXPECT_EQ(ReadWholeFile(temp.Path() / "out/results/heat 1/list.html"), "one");
   EXPECT_EQ(writer.Write(MakePage("results/heat 1/", "list.html", "two!")), WriteResult::Written);
   EXPECT_EQ(ReadWholeFile(temp.Path() / "out/results/heat 1/list.html"), "two!");
-  EXPECT_EQ(writer.Write(MakePage("", "empty.txt", "")), WriteResult::Written);
+  EXPECT_EQ(writer.Write(MakePage("", "empty.txt", "", 2)), WriteResult::Written);
   EXPECT_TRUE(fs::is_regular_file(temp.Path() / "out/empty.txt"));
   EXPECT_EQ(fs::file_size(temp.Path() / "out/empty.txt"), 0u);
   EXPECT_EQ(writer.Counters().Written, 3u);
@@ -138,6 +143,87 @@ TEST(PageWriter, RandomLocationsNeverLeaveTheOutputFolder) {
     EXPECT_TRUE(entry == "out" || entry == "sibling" || entry.rfind("out/", 0) == 0) << entry;
   }
   EXPECT_TRUE(ListTree(temp.Path() / "sibling").empty());
+}
+
+TEST(PageWriter, PageUnderANewPathOrNameLeavesOnlyItsNewFile) {
+  ScopedTempFolder temp;
+  const fs::path out = temp.Path() / "out";
+  CPageWriter writer(out.string());
+  std::string error;
+  ASSERT_TRUE(writer.Prepare(error));
+  ASSERT_EQ(writer.Write(MakePage("v1/deep/", "list.html", "one")), WriteResult::Written);
+  ASSERT_EQ(writer.Write(MakePage("v2/", "list.html", "two")), WriteResult::Written);
+  // The old file goes, and so do the folders it leaves empty.
+  EXPECT_EQ(ListTree(out), (std::vector<std::string>{"v2", "v2/list.html"}));
+  ASSERT_EQ(writer.Write(MakePage("v2/", "renamed.html", "three")), WriteResult::Written);
+  EXPECT_EQ(ListTree(out), (std::vector<std::string>{"v2", "v2/renamed.html"}));
+  EXPECT_EQ(ReadWholeFile(out / "v2/renamed.html"), "three");
+  EXPECT_EQ(writer.Counters().Removed, 2u);
+  EXPECT_EQ(writer.BytesHeld(), 5u);
+  // Many versions under ever new names still leave one file.
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_EQ(writer.Write(MakePage("n" + std::to_string(i) + "/", "p" + std::to_string(i), "x")),
+              WriteResult::Written);
+  }
+  EXPECT_EQ(ListTree(out), (std::vector<std::string>{"n49", "n49/p49"}));
+  EXPECT_EQ(writer.BytesHeld(), 1u);
+}
+
+TEST(PageWriter, OldLocationStaysWhileAnotherPageOrSomeoneElseHoldsIt) {
+  ScopedTempFolder temp;
+  const fs::path out = temp.Path() / "out";
+  CPageWriter writer(out.string());
+  std::string error;
+  ASSERT_TRUE(writer.Prepare(error));
+  ASSERT_EQ(writer.Write(MakePage("", "shared.html", "a", 1)), WriteResult::Written);
+  ASSERT_EQ(writer.Write(MakePage("", "shared.html", "b", 2)), WriteResult::Written);
+  ASSERT_EQ(writer.Write(MakePage("", "moved.html", "c", 1)), WriteResult::Written);
+  EXPECT_EQ(ReadWholeFile(out / "shared.html"), "b");
+  // A folder that still holds a file of someone else stays when a page leaves it.
+  ASSERT_EQ(writer.Write(MakePage("keep/", "p.html", "d", 3)), WriteResult::Written);
+  { std::ofstream(out / "keep/mine.txt") << "not the client's"; }
+  ASSERT_EQ(writer.Write(MakePage("", "p.html", "e", 3)), WriteResult::Written);
+  EXPECT_EQ(ListTree(out),
+            (std::vector<std::string>{"keep", "keep/mine.txt", "moved.html", "p.html", "shared.html"}));
+  // The same page number in another site is another page.
+  ReceivedPage other = MakePage("", "other.html", "f", 3);
+  other.SiteNumber = 2;
+  ASSERT_EQ(writer.Write(other), WriteResult::Written);
+  EXPECT_TRUE(fs::exists(out / "p.html"));
+}
+
+TEST(PageWriter, ByteLimitStopsAllWritingAndIsCounted) {
+  ScopedTempFolder temp;
+  const fs::path out = temp.Path() / "out";
+  CPageWriter writer(out.string(), 10);
+  std::string error;
+  ASSERT_TRUE(writer.Prepare(error));
+  EXPECT_EQ(writer.Write(MakePage("", "a", "123456", 1)), WriteResult::Written);
+  // A new version of a page gives back the bytes of the one it replaces.
+  EXPECT_EQ(writer.Write(MakePage("", "a", "1234567", 1)), WriteResult::Written);
+  EXPECT_EQ(writer.BytesHeld(), 7u);
+  EXPECT_FALSE(writer.LimitReached());
+  EXPECT_EQ(writer.Write(MakePage("", "b", "1234", 2)), WriteResult::OverLimit);
+  EXPECT_TRUE(writer.LimitReached());
+  // From then on nothing is written, even what would fit.
+  EXPECT_EQ(writer.Write(MakePage("", "c", "1", 3)), WriteResult::OverLimit);
+  EXPECT_EQ(writer.WriteInformation(1, "x"), WriteResult::OverLimit);
+  EXPECT_EQ(writer.Counters().OverLimit, 3u);
+  EXPECT_EQ(writer.Counters().Written, 2u);
+  EXPECT_EQ(ListTree(out), std::vector<std::string>{"a"});
+  EXPECT_EQ(ReadWholeFile(out / "a"), "1234567");
+}
+
+TEST(PageWriter, InformationFilesCountTowardsTheLimit) {
+  ScopedTempFolder temp;
+  const fs::path out = temp.Path() / "out";
+  CPageWriter writer(out.string(), 8);
+  std::string error;
+  ASSERT_TRUE(writer.Prepare(error));
+  EXPECT_EQ(writer.WriteInformation(1, "12345"), WriteResult::Written);
+  EXPECT_EQ(writer.WriteInformation(1, "1234"), WriteResult::Written);
+  EXPECT_EQ(writer.BytesHeld(), 4u);
+  EXPECT_EQ(writer.Write(MakePage("", "a", "12345")), WriteResult::OverLimit);
 }
 
 }  // namespace

@@ -17,18 +17,80 @@ std::string ValueOr(const std::map<std::string, std::string>& entries, const std
 
 }  // namespace
 
+namespace {
+
+void AppendHex(std::string& shown, unsigned char u) {
+  static const char kHex[] = "0123456789abcdef";
+  shown += "\\x";
+  shown += kHex[u >> 4];
+  shown += kHex[u & 0xF];
+}
+
+// The length of the well-formed UTF-8 sequence at `at` and its code point, or 0.
+std::size_t Utf8Sequence(const std::string& text, std::size_t at, unsigned& codePoint) {
+  const unsigned char lead = static_cast<unsigned char>(text[at]);
+  std::size_t length = 0;
+  unsigned lowest = 0;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+    codePoint = lead & 0x1F;
+    lowest = 0x80;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    codePoint = lead & 0x0F;
+    lowest = 0x800;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    codePoint = lead & 0x07;
+    lowest = 0x10000;
+  } else {
+    return 0;
+  }
+  if (text.size() - at < length) return 0;
+  for (std::size_t i = 1; i < length; ++i) {
+    const unsigned char next = static_cast<unsigned char>(text[at + i]);
+    if ((next & 0xC0) != 0x80) return 0;
+    codePoint = (codePoint << 6) | (next & 0x3F);
+  }
+  if (codePoint < lowest || codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF)) return 0;
+  return length;
+}
+
+}  // namespace
+
 std::string PrintableText(const std::string& text) {
   std::string shown;
-  for (char c : text) {
-    const unsigned char u = static_cast<unsigned char>(c);
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const unsigned char u = static_cast<unsigned char>(text[at]);
     if (u < 0x20 || u == 0x7F) {
-      static const char kHex[] = "0123456789abcdef";
-      shown += "\\x";
-      shown += kHex[u >> 4];
-      shown += kHex[u & 0xF];
-    } else {
-      shown += c;
+      AppendHex(shown, u);
+      ++at;
+      continue;
     }
+    if (u < 0x80) {
+      shown += text[at++];
+      continue;
+    }
+    unsigned codePoint = 0;
+    const std::size_t length = Utf8Sequence(text, at, codePoint);
+    if (length > 0) {
+      for (std::size_t i = 0; i < length; ++i) {
+        if (codePoint <= 0x9F) {
+          AppendHex(shown, static_cast<unsigned char>(text[at + i]));
+        } else {
+          shown += text[at + i];
+        }
+      }
+      at += length;
+      continue;
+    }
+    if (u <= 0x9F) {
+      AppendHex(shown, u);
+    } else {
+      shown += text[at];
+    }
+    ++at;
   }
   return shown;
 }

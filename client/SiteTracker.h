@@ -71,7 +71,10 @@ class CSiteTracker {
   std::map<DWORD, SiteState> States;
 };
 
-// Text from the wire with every control byte written as \xNN, for messages and files.
+// Text from the wire with every control character written as \xNN, for messages and
+// files: C0 (below 0x20), DEL, and C1 (0x80 to 0x9F) whether it stands as a single byte
+// or encoded in UTF-8 (0xC2 0x80 to 0xC2 0x9F). Well-formed UTF-8 of any other character
+// stays as it is; so do bytes from 0xA0 up that belong to no such sequence.
 std::string PrintableText(const std::string& text);
 
 }  // namespace zolclient

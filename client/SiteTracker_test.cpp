@@ -155,4 +155,19 @@ TEST(SiteTracker, InformationFileHoldsKeyValueLines) {
             "pagescomplete=1\n");
 }
 
+TEST(SiteTracker, PrintableTextEscapesC0AndC1ControlsAndKeepsOtherUtf8) {
+  using zolclient::PrintableText;
+  EXPECT_EQ(PrintableText("a\x1b[2Jb\x7f"), "a\\x1b[2Jb\\x7f");
+  // C1 as single bytes, which an eight-bit terminal obeys (0x9B is CSI) ...
+  EXPECT_EQ(PrintableText("x\x9b" "31mred\x80\x9f"), "x\\x9b31mred\\x80\\x9f");
+  // ... and as UTF-8 (U+009B), which a UTF-8 terminal may obey.
+  EXPECT_EQ(PrintableText("x\xc2\x9b" "31m"), "x\\xc2\\x9b31m");
+  // Characters whose UTF-8 holds bytes from 0x80 to 0x9F are no controls.
+  EXPECT_EQ(PrintableText("Rennstrecke \xc4\x9b \xe2\x82\xac \xc3\x84"), "Rennstrecke \xc4\x9b \xe2\x82\xac \xc3\x84");
+  // A sequence that is not UTF-8 (cut off, overlong, a stray continuation byte).
+  EXPECT_EQ(PrintableText("\xe2\x82"), "\xe2\\x82");
+  EXPECT_EQ(PrintableText("\xc0\x9b"), "\xc0\\x9b");
+  EXPECT_EQ(PrintableText("\xe9t\xe9"), "\xe9t\xe9");  // Latin-1 letters stay
+}
+
 }  // namespace
