@@ -20,21 +20,31 @@ DWORD PacketSize = 128;
 DWORD PacketDelay = 1;
 
 CZOLServer::CZOLServer() {
-  Guarded("CZOLServer::CZOLServer()", [&] {
-    // Number formats and parsing must not follow the machine's settings.
-    std::setlocale(LC_ALL, "C");
-    Comm = new CRMComm(this);
-    Name = "ZOL Server";
-    ShortName = "zol";
-    HomePage = "_server/index.html";
-    // The main page with its port and site tables comes with the administration pages.
-    WebServerAddPage(new CDeletePortPage(this));
-    WebServerAddPage(new CFilePage(this));
-    LoadSettings();
-  });
+  try {
+    Guarded("CZOLServer::CZOLServer()", [&] {
+      // Number formats and parsing must not follow the machine's settings.
+      std::setlocale(LC_ALL, "C");
+      Comm = new CRMComm(this);
+      Name = "ZOL Server";
+      ShortName = "zol";
+      HomePage = "_server/index.html";
+      // The main page with its port and site tables comes with the administration pages.
+      WebServerAddPage(new CDeletePortPage(this));
+      WebServerAddPage(new CFilePage(this));
+      LoadSettings();
+    });
+  } catch (...) {
+    // A constructor that throws gets no destructor call: what loading made so far (the
+    // link, ports with their threads, sites) is freed here. The web pages belong to
+    // the base, whose destructor does run.
+    FreeAll();
+    throw;
+  }
 }
 
-CZOLServer::~CZOLServer() {
+CZOLServer::~CZOLServer() { FreeAll(); }
+
+void CZOLServer::FreeAll() {
   // Sites go first: they hold pointers to the ports.
   for (CZOLServerSite* site : Sites) delete site;
   Sites.clear();

@@ -53,6 +53,9 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
  private:
   // Builds every site on its own root and event.
   void BuildSites();
+  // Deletes the sites, the ports and the link; the destructor's work, and what a
+  // constructor that fails half-way undoes.
+  void FreeAll();
 
   CRMComm* Comm = nullptr;
   BOOL DataConnected = 0;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "frame/KVTException.h"
 #include "site/ZOLServerSite.h"
 #include "testing/ModuleFixture.h"
 #include "testing/RecordingTarget.h"
@@ -220,4 +221,40 @@ TEST(ZOLServerSites, TwoHostTicksInOneSecondCauseOneTimerEventPerSite) {
     EXPECT_LE(events, 2u);
   }
   ADD_FAILURE() << "two ticks in a row never fell into one second";
+}
+
+namespace {
+
+// A host whose log fails on the line the server writes once it has read its ports and
+// sites and built the sites, so that loading throws after everything has been made.
+class FailingLogPackage : public CPackage {
+ public:
+  void WriteLog(const std::string& line) const override {
+    if (line.rfind("Settings ", 0) == 0) ThrowKVT("FailingLogPackage::WriteLog()");
+  }
+};
+
+}  // namespace
+
+TEST(ZOLServer, LoadingThatFailsHalfWayFreesThePortsSitesAndLinkItMade) {
+  PackageScope scope;
+  FailingLogPackage package;
+  package.ApplicationDirectory = scope.Package.ApplicationDirectory;
+  package.ComPorts[1] = "/dev/null";
+  scope.WriteSettings(
+      SerialPorts(2, "[port0]\nID=1\n[port1]\nID=1\n[sites]\ncount=2\nsite0=a\nsite1=b\n[a]\nports=1\n"));
+  SetModulePackage(&package);
+  CKVTException* failure = nullptr;
+  try {
+    CZOLServer server;
+  } catch (CKVTException* e) {
+    failure = e;
+  }
+  SetModulePackage(&scope.Package);
+  // The leak check of the sanitizer build finds whatever the failed construction kept.
+  ASSERT_NE(failure, nullptr) << "the failing log did not reach the constructor";
+  const auto& trail = failure->GetTrail();
+  EXPECT_EQ(trail.front(), "FailingLogPackage::WriteLog()");
+  EXPECT_EQ(trail.back(), "CZOLServer::CZOLServer()");
+  delete failure;
 }
