@@ -2,8 +2,13 @@
 
 #include <cstdlib>
 
-#include "frame/platform/Paths.h"
-#include "frame/platform/SharedLibrary.h"
+#include "frame/platform/ProgramFiles.h"
+
+// Where an installed zolhost finds the module, relative to its own folder; the install
+// rules set it from the folders they install into.
+#ifndef ZOL_INSTALLED_MODULE
+#define ZOL_INSTALLED_MODULE "../lib/zolserver/libzolserver.so"
+#endif
 
 namespace {
 
@@ -27,7 +32,8 @@ std::string HostUsage() {
          "Options:\n"
          "  --appdir DIR       application directory; the module reads DIR/Config/ZOLServer.ini\n"
          "                     and finds its sites under DIR (default: the current directory)\n"
-         "  --module PATH      the module library (default: libzolserver.so beside zolhost)\n"
+         "  --module PATH      the module library (default: libzolserver.so beside zolhost,\n"
+         "                     else " ZOL_INSTALLED_MODULE " from zolhost's folder)\n"
          "  --language FILE    texts of the language in use, one key=text per line\n"
          "  --com N=DEVICE     serial port number N is the device DEVICE (repeatable;\n"
          "                     without a mapping COM N is /dev/ttyS<N-1>)\n"
@@ -40,7 +46,8 @@ std::string HostUsage() {
 
 std::optional<HostOptions> ParseHostOptions(const std::vector<std::string>& arguments, std::string& error) {
   HostOptions options;
-  options.ModulePath = platform::JoinPath(platform::ProgramDirectory(), "libzolserver.so");
+  // Beside the program in the build tree; in a library folder of its own once installed.
+  options.ModulePath = platform::FindProgramFile({"libzolserver.so", ZOL_INSTALLED_MODULE});
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& argument = arguments[i];
     auto value = [&](std::string& target) {

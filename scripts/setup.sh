@@ -8,6 +8,7 @@ packages=(
   nlohmann-json3-dev libexpat1-dev
   clang libclang-rt-14-dev
   iproute2 procps
+  dpkg-dev
 )
 
 missing=()
