@@ -1,10 +1,34 @@
 #!/usr/bin/env bash
-# Builds everything and runs the whole test suite: a plain build, the same suite under
+# Builds everything and runs the whole test suite: a release build, the same suite under
 # AddressSanitizer with UndefinedBehaviorSanitizer, the threaded parts under
-# ThreadSanitizer, and the fuzz targets for a short fixed time.
+# ThreadSanitizer, and the fuzz targets for a short fixed time, each starting from the
+# corpus kept in testing/fuzz-corpus. Ends with the time each stage took.
 set -euo pipefail
 cd "$(dirname "$0")"
 
+# Stage timing: `stage NAME` ends the stage before and starts NAME; the table follows
+# "== done".
+stage_names=()
+stage_seconds=()
+stage_started=$SECONDS
+stage() {
+  if [ ${#stage_names[@]} -gt 0 ]; then
+    stage_seconds+=($((SECONDS - stage_started)))
+  fi
+  stage_names+=("$1")
+  stage_started=$SECONDS
+}
+stage_table() {
+  stage_seconds+=($((SECONDS - stage_started)))
+  local i
+  printf '%-40s %8s\n' stage 'm:ss'
+  for i in "${!stage_names[@]}"; do
+    printf '%-40s %5d:%02d\n' "${stage_names[i]}" $((stage_seconds[i] / 60)) $((stage_seconds[i] % 60))
+  done
+  printf '%-40s %5d:%02d\n' total $((SECONDS / 60)) $((SECONDS % 60))
+}
+
+stage setup
 scripts/setup.sh
 
 passed=0
@@ -19,6 +43,7 @@ elapsed() { printf '%d:%02d' $((SECONDS / 60)) $((SECONDS % 60)); }
 run_ctest() {
   local folder=$1
   shift
+  stage "tests in $folder"
   echo "== tests in $folder (at $(elapsed))"
   local status=0
   ctest --test-dir "$folder" --output-on-failure --timeout 600 -j2 "$@" | tee "$log" || status=$?
@@ -34,6 +59,7 @@ run_ctest() {
 build() {
   local folder=$1
   shift
+  stage "build $folder"
   echo "== building $folder (at $(elapsed))"
   cmake -S . -B "$folder" -G Ninja "$@" >/dev/null
   ninja -C "$folder"
@@ -41,8 +67,20 @@ build() {
 
 status=0
 
-build build
+# The plain build is the release build, so that what ships is built warning-clean too.
+build build -DCMAKE_BUILD_TYPE=Release
 run_ctest build || status=1
+
+# Installing and packaging: the plain build installed into a temporary prefix and made
+# into a Debian package (left in build/package/), each run on its installed examples.
+stage "install and package"
+echo "== install and package (at $(elapsed))"
+if timeout 600 scripts/install_test.sh build; then
+  passed=$((passed + 1))
+else
+  failed=$((failed + 1))
+  status=1
+fi
 
 build build-asan -DZOL_SANITIZE=address -DZOL_BUILD_BENCH=OFF
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
@@ -56,20 +94,29 @@ TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
 
 fuzz_sources=$(find frame distribution site data views web host client -name '*_fuzz.cpp' 2>/dev/null | sort)
 if [ -n "$fuzz_sources" ]; then
+  stage "build build-fuzz"
   echo "== building fuzz targets (at $(elapsed))"
   CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DZOL_FUZZ=ON -DZOL_SANITIZE=address \
     -DZOL_BUILD_TESTS=OFF -DZOL_BUILD_BENCH=OFF >/dev/null
   ninja -C build-fuzz
   for source in $fuzz_sources; do
     name=$(basename "$source" .cpp)
+    stage "fuzz $name"
     corpus=$(mktemp -d)
-    # Targets that can write seeds of valid messages start from them.
+    # Targets that can write seeds of valid messages start from them, and every target
+    # from the corpus kept for it (read only: new finds go to the scratch folder).
     if grep -q -- '--write-seeds=' "$source"; then
       "build-fuzz/bin/$name" "--write-seeds=$corpus" >/dev/null
     fi
-    echo "== fuzzing $name for 30 seconds ($(ls "$corpus" | wc -l) seeds)"
+    kept=()
+    kept_count=0
+    if [ -d "testing/fuzz-corpus/$name" ]; then
+      kept=("testing/fuzz-corpus/$name")
+      kept_count=$(ls "testing/fuzz-corpus/$name" | wc -l)
+    fi
+    echo "== fuzzing $name for 30 seconds ($(ls "$corpus" | wc -l) seeds, $kept_count kept inputs)"
     if ASAN_OPTIONS=detect_leaks=1 "build-fuzz/bin/$name" -max_total_time=30 -rss_limit_mb=2048 \
-        -print_final_stats=0 "$corpus" >"$log" 2>&1; then
+        -print_final_stats=0 "$corpus" "${kept[@]}" >"$log" 2>&1; then
       passed=$((passed + 1))
       tail -n 2 "$log"
     else
@@ -83,5 +130,6 @@ fi
 
 echo
 echo "== done (at $(elapsed))"
+stage_table
 echo "$passed passed, $failed failed"
 exit $status
