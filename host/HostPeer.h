@@ -16,4 +16,10 @@ class CHostPeer {
   // Takes a message addressed to this peer and returns the replies for the module,
   // which the host then owns.
   virtual std::vector<CModuleMessage*> Receive(CModuleMessage& message) = 0;
+
+  // The peer's own clock: every PeerTimerInterval() milliseconds (0: never) the host calls
+  // OnPeerTimer on its message thread and delivers what it returns to the module, so a
+  // peer can send changes without being asked.
+  virtual int PeerTimerInterval() const { return 0; }
+  virtual std::vector<CModuleMessage*> OnPeerTimer() { return {}; }
 };

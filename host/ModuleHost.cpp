@@ -1,5 +1,6 @@
 #include "host/ModuleHost.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <exception>
@@ -130,6 +131,9 @@ std::uint64_t CModuleHost::TimerTicks() const {
 void CModuleHost::RunMessageThread() {
   using Clock = std::chrono::steady_clock;
   auto nextTick = Clock::now();
+  for (const auto& entry : Peers) {
+    if (entry.second->PeerTimerInterval() > 0) PeerDeadlines[entry.first] = Clock::now();
+  }
   std::unique_lock<std::mutex> guard(Lock);
   while (!Stopping) {
     if (!Queue.empty()) {
@@ -144,12 +148,21 @@ void CModuleHost::RunMessageThread() {
       guard.lock();
       continue;
     }
+    guard.unlock();
+    const auto nextPeerTimer = RunDuePeerTimers(Clock::now());
+    guard.lock();
+    if (!Queue.empty() || Stopping) continue;
     if (Interval <= 0) {
-      Wake.wait(guard);
+      if (PeerDeadlines.empty()) {
+        Wake.wait(guard);
+      } else {
+        Wake.wait_until(guard, nextPeerTimer);
+      }
       nextTick = Clock::now() + std::chrono::milliseconds(Interval);
       continue;
     }
-    if (Wake.wait_until(guard, nextTick) == std::cv_status::timeout) {
+    const bool peerFirst = !PeerDeadlines.empty() && nextPeerTimer < nextTick;
+    if (Wake.wait_until(guard, peerFirst ? nextPeerTimer : nextTick) == std::cv_status::timeout && !peerFirst) {
       ++Ticks;
       nextTick += std::chrono::milliseconds(Interval);
       // After a long stall the timer goes on from now rather than catching up.
@@ -159,6 +172,27 @@ void CModuleHost::RunMessageThread() {
       guard.lock();
     }
   }
+}
+
+std::chrono::steady_clock::time_point CModuleHost::RunDuePeerTimers(std::chrono::steady_clock::time_point now) {
+  auto earliest = std::chrono::steady_clock::time_point::max();
+  for (auto& [peerClass, deadline] : PeerDeadlines) {
+    CHostPeer& peer = *Peers.at(peerClass);
+    if (deadline <= now) {
+      const auto interval = std::chrono::milliseconds(peer.PeerTimerInterval());
+      deadline += interval;
+      // Like the module's timer, a late peer timer goes on from now rather than catching up.
+      if (deadline < now) deadline = now + interval;
+      std::vector<CModuleMessage*> messages;
+      CallModule("a peer's timer", [&] { messages = peer.OnPeerTimer(); });
+      for (CModuleMessage* message : messages) {
+        message->Class = peerClass;
+        DeliverToModule(std::unique_ptr<CModuleMessage>(message));
+      }
+    }
+    earliest = std::min(earliest, deadline);
+  }
+  return earliest;
 }
 
 void CModuleHost::Dispatch(std::unique_ptr<CModuleMessage> message) {

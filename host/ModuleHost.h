@@ -3,6 +3,7 @@
 // every other message routed to the peer of its target class.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -52,6 +53,8 @@ class CModuleHost : public CSendTarget {
 
  private:
   void RunMessageThread();
+  // Runs the timers of the peers that are due; the earliest next deadline of a peer.
+  std::chrono::steady_clock::time_point RunDuePeerTimers(std::chrono::steady_clock::time_point now);
   void Dispatch(std::unique_ptr<CModuleMessage> message);
   void HandleHostMessage(CModuleMessage& message);
   void ReportModules();
@@ -67,6 +70,8 @@ class CModuleHost : public CSendTarget {
   CPackage Package;
   CBaseModule* Module = nullptr;
   std::map<WORD, std::unique_ptr<CHostPeer>> Peers;
+  // When each peer's timer is next due, by peer class; only peers with a timer.
+  std::map<WORD, std::chrono::steady_clock::time_point> PeerDeadlines;
   std::string LastError;
 
   mutable std::mutex Lock;

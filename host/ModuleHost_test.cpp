@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -51,6 +52,26 @@ class SilentDataManager : public CHostPeer {
  private:
   mutable std::mutex Lock;
   std::vector<WORD> Received;
+};
+
+// A data manager with a clock: at each of its timer calls it sends "connected" of its own
+// accord, and writes down on which thread the call came.
+class ClockedDataManager : public SilentDataManager {
+ public:
+  int PeerTimerInterval() const override { return 50; }
+  std::vector<CModuleMessage*> OnPeerTimer() override {
+    std::lock_guard<std::mutex> guard(TimerLock);
+    Threads.push_back(std::this_thread::get_id());
+    return {DataEncoder::Connected()};
+  }
+  std::vector<std::thread::id> TimerThreads() const {
+    std::lock_guard<std::mutex> guard(TimerLock);
+    return Threads;
+  }
+
+ private:
+  mutable std::mutex TimerLock;
+  std::vector<std::thread::id> Threads;
 };
 
 HostOptions OptionsFor(const TempDir& appdir) {
@@ -133,6 +154,33 @@ TEST(ModuleHostThread, MessagePostedByAPeerReachesTheModuleAsThatPeers) {
   EXPECT_TRUE(again) << log;
   EXPECT_EQ(dataManager.ReceivedIDs(), expected);
   EXPECT_EQ(log.find("exception"), std::string::npos) << log;
+}
+
+TEST(ModuleHostThread, PeerTimerSendsToTheModuleOnTheMessageThreadBesideTheModulesTimer) {
+  TempDir appdir;
+  CModuleHost host(OptionsFor(appdir));
+  ASSERT_TRUE(host.Load()) << host.Error();
+  auto peer = std::make_unique<ClockedDataManager>();
+  ClockedDataManager& dataManager = *peer;
+  host.AddPeer(std::move(peer));
+  testing::internal::CaptureStderr();
+  ASSERT_TRUE(host.Start()) << host.Error();
+  // Each "connected" the peer's clock sends makes the module ask for all data (2).
+  const auto allDataRequests = [&] {
+    const auto ids = dataManager.ReceivedIDs();
+    return std::count(ids.begin(), ids.end(), WORD{2});
+  };
+  const bool pushed = WaitUntil([&] { return allDataRequests() >= 5; }, 10);
+  const bool moduleTicks = WaitUntil([&] { return host.TimerTicks() >= 2; }, 10);
+  host.Stop();
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(pushed) << log;
+  EXPECT_TRUE(moduleTicks) << log;
+  const auto threads = dataManager.TimerThreads();
+  ASSERT_FALSE(threads.empty());
+  EXPECT_NE(threads.front(), std::this_thread::get_id());
+  EXPECT_EQ(std::count(threads.begin(), threads.end(), threads.front()), static_cast<long>(threads.size()))
+      << "every timer call comes on the one message thread";
 }
 
 TEST(ModuleHost, MissingModuleFailsToLoadWithAReason) {
