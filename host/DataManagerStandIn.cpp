@@ -185,3 +185,5 @@ std::vector<CModuleMessage*> CDataManagerStandIn::OnMessage(const CModuleMessage
   }
   return replies;
 }
+
+std::vector<CModuleMessage*> CDataManagerStandIn::OnClock() { return {}; }

@@ -10,6 +10,7 @@
 #include "data/BaseDataComm.h"
 #include "frame/ModuleMessage.h"
 #include "frame/Types.h"
+#include "host/RacePlayOptions.h"
 
 class CDataManagerStandIn {
  public:
@@ -25,8 +26,14 @@ class CDataManagerStandIn {
   // Where the replies go: by default the server module (class 38, instance 0, computer 0).
   void SetPeer(WORD peerClass, DWORD instance, DWORD computer);
 
+  // How the meeting is played; call before the first clock.
+  void SetPlay(const RacePlayOptions& play) { Play = play; }
+
   // The replies to one message from the module, owned by the caller; each has Class 5.
   std::vector<CModuleMessage*> OnMessage(const CModuleMessage& message);
+  // Called often (every 100 ms or so): moves the race on by the real time passed and
+  // returns what the data manager sends of its own accord.
+  std::vector<CModuleMessage*> OnClock();
 
   WORD GetClass() const { return kDataManagerClass; }
   DWORD GetInstance() const { return Instance; }
@@ -38,6 +45,7 @@ class CDataManagerStandIn {
  private:
   CModuleMessage* Address(CModuleMessage* message) const;
 
+  RacePlayOptions Play;
   DWORD Instance;
   DWORD Computer;
   WORD PeerClass = kZolServerClass;

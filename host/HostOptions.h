@@ -6,11 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "host/RacePlayOptions.h"
+
 struct HostOptions {
   std::string ModulePath;
   std::string ApplicationDirectory = ".";
   std::string LanguageFile;
   std::string RaceFile;
+  RacePlayOptions Race;
   std::string CodePage = "CP1252";
   std::map<int, std::string> ComPorts;
   bool Verbose = false;
