@@ -1,112 +1,32 @@
 #include "host/DataManagerStandIn.h"
 
+#include <cmath>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "data/DataEncoder.h"
+#include "data/Run.h"
+#include "frame/KVTException.h"
+#include "frame/platform/Time.h"
+#include "views/ViewEncoder.h"
 
 namespace {
 
-using nlohmann::json;
+constexpr WORD kViewConnect = 0x8021;
+constexpr WORD kViewDisconnect = 0x8022;
+constexpr KVTTIME kSecond = CRaceSimulation::kSecond;
 
-constexpr DWORD kEventBit = 0x80000000;
-constexpr DWORD kRunBit = 0x40000000;
-
-std::vector<DWORD> Transponders(const json& competitor) {
-  std::vector<DWORD> values;
-  if (competitor.contains("transponders")) {
-    for (const json& value : competitor.at("transponders")) values.push_back(value.get<DWORD>());
-  }
-  return values;
+bool SameCell(const ViewCellValue& a, const ViewCellValue& b) {
+  return a.Dword == b.Dword && a.Integer == b.Integer && a.Real == b.Real && a.Text == b.Text && a.Time == b.Time &&
+         a.Transponders == b.Transponders && a.Option == b.Option;
 }
 
-void FillCompetitors(CBaseCompetitorContainer& container, const json& list) {
-  for (const json& entry : list) {
-    auto* competitor = new CBaseCompetitor;
-    competitor->UniqueID = entry.at("id").get<DWORD>();
-    competitor->Number = entry.value("number", "");
-    competitor->FirstName = entry.value("first", "");
-    competitor->LastName = entry.value("last", "");
-    competitor->Class = entry.value("class", "");
-    competitor->Transponders = Transponders(entry);
-    competitor->BuildFullName();
-    auto& slot = container.Competitors[competitor->UniqueID];
-    delete slot;
-    slot = competitor;
+bool SameRow(const ViewRowValues& a, const ViewRowValues& b) {
+  if (a.GroupID != b.GroupID || a.Status != b.Status || a.Cells.size() != b.Cells.size()) return false;
+  for (std::size_t i = 0; i < a.Cells.size(); ++i) {
+    if (!SameCell(a.Cells[i], b.Cells[i])) return false;
   }
-  container.UpdateTransponderMap();
-}
-
-std::unique_ptr<CBaseDataComm> BuildModel(const json& race, std::vector<std::string>& views) {
-  auto model = std::make_unique<CBaseDataComm>();
-  DWORD trackID = 0xFFFFFFFF;
-  if (race.contains("track")) {
-    const json& source = race.at("track");
-    auto* track = new CTrack(nullptr);
-    model->Tracks[source.value("id", 1u)] = track;
-    track->UniqueID = source.value("id", 1u);
-    track->Name = source.value("name", "");
-    track->Length = source.value("length", 0.0);
-    trackID = track->UniqueID;
-    for (const json& entry : source.value("timelines", json::array())) {
-      auto* line = new CTimeline;
-      line->UniqueID = entry.at("id").get<BYTE>();
-      line->Name = entry.value("name", "");
-      line->Order = entry.value("order", BYTE{0});
-      line->Position = entry.value("position", 0.0);
-      delete track->Timelines[line->UniqueID];
-      track->Timelines[line->UniqueID] = line;
-    }
-    for (const json& entry : source.value("sections", json::array())) {
-      auto* section = new CSection;
-      section->UniqueID = entry.at("id").get<BYTE>();
-      section->Name = entry.value("name", "");
-      section->StartTimeline = entry.value("start", BYTE{255});
-      section->EndTimeline = entry.value("end", BYTE{255});
-      section->Order = entry.value("order", BYTE{0});
-      section->Length = entry.value("length", 0.0);
-      delete track->Sections[section->UniqueID];
-      track->Sections[section->UniqueID] = section;
-    }
-  }
-  const json competitors = race.value("competitors", json::array());
-  for (const json& entry : race.value("events", json::array())) {
-    auto* event = new Cevent(nullptr);
-    event->UniqueID = kEventBit | entry.at("id").get<DWORD>();
-    delete model->Events[event->UniqueID];
-    model->Events[event->UniqueID] = event;
-    event->Name = entry.value("name", "");
-    event->StartDate = event->EndDate = 0;
-    if (entry.contains("parent")) {
-      event->ParentID = kEventBit | entry.at("parent").get<DWORD>();
-    } else {
-      event->TrackID = trackID;
-      FillCompetitors(*event->Competitors, competitors);
-    }
-  }
-  for (const json& entry : race.value("runs", json::array())) {
-    auto* run = new CRun(nullptr);
-    run->UniqueID = kRunBit | entry.at("id").get<DWORD>();
-    delete model->Runs[run->UniqueID];
-    model->Runs[run->UniqueID] = run;
-    run->Name = entry.value("name", "");
-    run->EventID = kEventBit | entry.value("event", 1u);
-    run->RunType = entry.value("type", BYTE{0});
-    run->Flags = kRunLocal;
-    if (entry.value("active", false)) run->Flags |= kRunActive;
-    run->Parameters.Add("UniqueID", run->UniqueID);
-    FillCompetitors(*run->Competitors, entry.value("competitors", competitors));
-  }
-  for (const json& entry : race.value("txtranslations", json::array())) {
-    auto* record = new CBaseTxTranslation;
-    record->UniqueID = entry.at("transponder").get<DWORD>() & kTransponderNumberMask;
-    record->Text = entry.value("text", "");
-    delete model->TxTranslations[record->UniqueID];
-    model->TxTranslations[record->UniqueID] = record;
-  }
-  views = race.value("views", std::vector<std::string>{});
-  return model;
+  return true;
 }
 
 }  // namespace
@@ -124,25 +44,31 @@ bool CDataManagerStandIn::LoadRaceFile(const std::string& path, std::string& err
   }
   std::stringstream text;
   text << file.rdbuf();
-  return LoadRaceText(text.str(), error);
+  return LoadRaceText(text.str(), error, path);
 }
 
-bool CDataManagerStandIn::LoadRaceText(const std::string& text, std::string& error) {
-  try {
-    const json race = json::parse(text);
-    if (!race.is_object()) {
-      error = "race file: the top level is not an object";
-      return false;
-    }
-    std::vector<std::string> views;
-    auto model = BuildModel(race, views);
-    Model = std::move(model);
-    ViewNames = std::move(views);
-    return true;
-  } catch (const std::exception& e) {
-    error = std::string("race file: ") + e.what();
-    return false;
+bool CDataManagerStandIn::LoadRaceText(const std::string& text, std::string& error, const std::string& fileName) {
+  auto race = std::make_unique<RaceDescription>();
+  if (!ReadRaceDescription(text, fileName, *race, error)) return false;
+  Model = std::move(race->Model);
+  ViewNames = race->ViewNames.empty() ? RaceViews::Names() : race->ViewNames;
+
+  // The meeting's clock of the day: its first green flag at the file's start time today,
+  // or a few seconds from now.
+  const platform::WallTime now = platform::NowWallTime();
+  const long offset = platform::LocalOffsetSeconds(now.Seconds);
+  const std::int64_t localNow = static_cast<std::int64_t>(now.Seconds) + offset;
+  std::int64_t localOrigin = localNow;
+  if (race->StartSecondOfDay >= 0) {
+    localOrigin = localNow - localNow % 86400 + race->StartSecondOfDay - CRaceSimulation::kFirstStartDelay / kSecond;
   }
+  Race = std::move(race);
+  Meeting = std::make_unique<CRaceSimulation>(*Race, Play.Seed, Play.Loop, localOrigin * kSecond, localOrigin - offset);
+  Views.clear();
+  AnnouncedActiveRun = 0;
+  AnnouncedRound = 0;
+  LastClock.reset();
+  return true;
 }
 
 void CDataManagerStandIn::SetPeer(WORD peerClass, DWORD instance, DWORD computer) {
@@ -168,16 +94,39 @@ std::vector<CModuleMessage*> CDataManagerStandIn::OnMessage(const CModuleMessage
       replies.push_back(Address(DataEncoder::Connected()));
       break;
     case 1:
+      // The module has let go of everything, its views too.
       Connected = FALSE;
+      Views.clear();
       break;
     case 2:
       replies.push_back(Address(DataEncoder::Snapshot(*Model)));
       break;
-    case 0x8020: {
-      CModuleMessage* views = DataEncoder::NewMessage(0x8020);
-      *views << static_cast<int>(ViewNames.size());
-      for (const std::string& name : ViewNames) *views << name;
-      replies.push_back(Address(views));
+    case 0x8020:
+      replies.push_back(Address(ViewEncoder::AllViews(ViewNames)));
+      break;
+    case kViewConnect:
+    case kViewDisconnect: {
+      CModuleMessage body(message);
+      body.Reset();
+      ViewRequest request;
+      try {
+        request = ViewEncoder::ReadViewRequest(body);
+      } catch (CKVTException* cut) {
+        // A request cut short is not answered.
+        delete cut;
+        break;
+      }
+      if (message.ID == kViewDisconnect) {
+        Views.erase(request.ViewID);
+        // The module keeps the view until it hears that the data manager let go too.
+        replies.push_back(Address(ViewEncoder::ViewDisconnect(request.Name, request.ViewID)));
+        break;
+      }
+      RaceViews::Request wanted;
+      wanted.Name = request.Name;
+      wanted.UniqueID = ViewEncoder::RequestNumber(request.Parameters, "UniqueID", 0xFFFFFFFF);
+      wanted.SortType = static_cast<int>(ViewEncoder::RequestNumber(request.Parameters, "SortType", 0xFFFFFFFF));
+      Serve(request.ViewID, wanted, replies);
       break;
     }
     default:
@@ -186,4 +135,106 @@ std::vector<CModuleMessage*> CDataManagerStandIn::OnMessage(const CModuleMessage
   return replies;
 }
 
-std::vector<CModuleMessage*> CDataManagerStandIn::OnClock() { return {}; }
+void CDataManagerStandIn::Serve(DWORD viewID, RaceViews::Request request, std::vector<CModuleMessage*>& replies) {
+  const std::vector<CColumn> columns = RaceViews::Columns(request.Name);
+  // A view this data manager does not compute is not answered: the module waits for it.
+  if (columns.empty() || Meeting == nullptr) return;
+  ServedView& view = Views[viewID];
+  view = ServedView{};
+  view.Request = request;
+  view.Types = ViewEncoder::ColumnTypes(columns);
+  view.Revision = RaceViews::Revision(request, *Meeting);
+  ViewRowBlock block;
+  block.Rows = RaceViews::Rows(request, *Meeting);
+  for (const ViewRowValues& row : block.Rows) view.Sent[row.RowID] = row;
+  replies.push_back(Address(ViewEncoder::ViewStructure(viewID, columns)));
+  replies.push_back(Address(ViewEncoder::AllRows(viewID, view.Types, block)));
+}
+
+void CDataManagerStandIn::SendChanges(DWORD viewID, ServedView& view, std::vector<CModuleMessage*>& out) {
+  const std::uint64_t revision = RaceViews::Revision(view.Request, *Meeting);
+  if (revision == view.Revision) return;
+  view.Revision = revision;
+  ViewRowBlock added;
+  ViewRowBlock changed;
+  ViewRowBlock removed;
+  std::map<DWORD, ViewRowValues> now;
+  for (ViewRowValues& row : RaceViews::Rows(view.Request, *Meeting)) {
+    const auto sent = view.Sent.find(row.RowID);
+    if (sent == view.Sent.end()) {
+      added.Rows.push_back(row);
+    } else if (!SameRow(sent->second, row)) {
+      changed.Rows.push_back(row);
+    }
+    const DWORD id = row.RowID;
+    now.emplace(id, std::move(row));
+  }
+  for (const auto& [id, row] : view.Sent) {
+    if (now.count(id) == 0) removed.Rows.push_back(row);
+  }
+  view.Sent = std::move(now);
+  if (!removed.Rows.empty()) out.push_back(Address(ViewEncoder::RemoveRows(viewID, view.Types, removed)));
+  if (!added.Rows.empty()) out.push_back(Address(ViewEncoder::AddRows(viewID, view.Types, added)));
+  if (!changed.Rows.empty()) out.push_back(Address(ViewEncoder::ModifyRows(viewID, view.Types, changed)));
+}
+
+CModuleMessage* CDataManagerStandIn::ModifyRunFlags(DWORD runID, WORD flags) const {
+  const CRun& held = *Model->Runs.at(runID);
+  CRun run(nullptr);
+  run.UniqueID = held.UniqueID;
+  run.Tag = held.Tag;
+  run.Flags = flags;
+  run.EventID = held.EventID;
+  run.Name = held.Name;
+  run.RunParam1 = held.RunParam1;
+  run.RunParam2 = held.RunParam2;
+  run.StartTime = held.StartTime;
+  run.EndTime = held.EndTime;
+  run.RunType = held.RunType;
+  run.Name2 = held.Name2;
+  run.RunParam3 = held.RunParam3;
+  run.RunParam4 = held.RunParam4;
+  run.FieldValues = held.FieldValues;
+  run.Parameters = held.Parameters;
+  return Address(DataEncoder::ModifyRun(run));
+}
+
+// When the meeting moves to another run, the run that was active loses the active bit
+// and the new one gets it (message 66 for each), in the data held for snapshots too.
+void CDataManagerStandIn::SendActiveRun(std::vector<CModuleMessage*>& out) {
+  const std::size_t active = Meeting->ActiveRun();
+  if (active == AnnouncedActiveRun && Meeting->Round() == AnnouncedRound) return;
+  const DWORD oldID = kRaceRunBit | Race->Runs[AnnouncedActiveRun].ID;
+  const DWORD newID = kRaceRunBit | Race->Runs[active].ID;
+  AnnouncedActiveRun = active;
+  AnnouncedRound = Meeting->Round();
+  CRun& oldRun = *Model->Runs.at(oldID);
+  CRun& newRun = *Model->Runs.at(newID);
+  oldRun.Flags = static_cast<WORD>(oldRun.Flags & ~kRunActive);
+  newRun.Flags = static_cast<WORD>(newRun.Flags | kRunActive);
+  if (!Connected) return;
+  if (oldID != newID) out.push_back(ModifyRunFlags(oldID, oldRun.Flags));
+  out.push_back(ModifyRunFlags(newID, newRun.Flags));
+}
+
+std::vector<CModuleMessage*> CDataManagerStandIn::AdvanceRaceTime(KVTTIME raceTime) {
+  std::vector<CModuleMessage*> out;
+  if (Meeting == nullptr) return out;
+  Meeting->AdvanceTo(Meeting->Now() + raceTime);
+  if (Connected) {
+    for (auto& [viewID, view] : Views) SendChanges(viewID, view, out);
+  }
+  SendActiveRun(out);
+  return out;
+}
+
+std::vector<CModuleMessage*> CDataManagerStandIn::OnClock() {
+  const auto now = std::chrono::steady_clock::now();
+  const auto last = LastClock.value_or(now);
+  LastClock = now;
+  const double real = std::chrono::duration<double, std::micro>(now - last).count();
+  RaceTimeCarry += real * Play.Speed;
+  const double whole = std::floor(RaceTimeCarry);
+  RaceTimeCarry -= whole;
+  return AdvanceRaceTime(static_cast<KVTTIME>(whole));
+}

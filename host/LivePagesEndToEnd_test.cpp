@@ -40,10 +40,12 @@ constexpr DWORD kPracticeRun = 0x40000002;
 constexpr KVTTIME kSecond = 1000000;
 
 const char kRace[] = R"({
+  "track": {"name": "Test Ring", "length": 2.0, "timelines": [{"id": 0, "name": "Finish", "position": 0}]},
   "events": [{"id": 1, "name": "Club Trophy"}],
+  "competitors": [{"id": 1, "number": "1", "last": "Solo"}],
   "runs": [
-    {"id": 1, "name": "Final", "event": 1, "type": 2, "active": true},
-    {"id": 2, "name": "Free practice", "event": 1, "type": 0}
+    {"id": 1, "name": "Final", "event": 1, "type": 2, "laps": 10},
+    {"id": 2, "name": "Free practice", "event": 1, "type": 0, "minutes": 10}
   ],
   "views": ["lgView_Results", "lgView_RunInfo"]
 })";

@@ -1,7 +1,5 @@
 #include "testing/ScriptedDataManager.h"
 
-#include <cstdlib>
-
 #include "data/DataEncoder.h"
 #include "data/Run.h"
 #include "views/RMView.h"
@@ -9,10 +7,7 @@
 namespace {
 
 DWORD UniqueIDOf(const CParameters& parameters) {
-  const std::string text = parameters.GetString("UniqueID");
-  if (text.empty()) return 0xFFFFFFFF;
-  // Written as a signed or unsigned decimal number; the low 32 bits are the ID.
-  return static_cast<DWORD>(std::strtoll(text.c_str(), nullptr, 10));
+  return ViewEncoder::RequestNumber(parameters, "UniqueID", 0xFFFFFFFF);
 }
 
 CModuleMessage* Addressed(CModuleMessage* message) {
@@ -94,22 +89,5 @@ CModuleMessage* CScriptedDataManager::ModifyRows(const std::string& name, DWORD 
 
 CModuleMessage* CScriptedDataManager::ModifyRunFlags(DWORD runID, WORD flags) const {
   std::lock_guard<std::mutex> guard(Lock);
-  const CRun& held = *StandIn.GetModel().Runs.at(runID);
-  CRun run(nullptr);
-  run.UniqueID = held.UniqueID;
-  run.Tag = held.Tag;
-  run.Flags = flags;
-  run.EventID = held.EventID;
-  run.Name = held.Name;
-  run.RunParam1 = held.RunParam1;
-  run.RunParam2 = held.RunParam2;
-  run.StartTime = held.StartTime;
-  run.EndTime = held.EndTime;
-  run.RunType = held.RunType;
-  run.Name2 = held.Name2;
-  run.RunParam3 = held.RunParam3;
-  run.RunParam4 = held.RunParam4;
-  run.FieldValues = held.FieldValues;
-  run.Parameters = held.Parameters;
-  return Addressed(DataEncoder::ModifyRun(run));
+  return Addressed(StandIn.ModifyRunFlags(runID, flags));
 }

@@ -1,5 +1,7 @@
 #include "views/ViewEncoder.h"
 
+#include <cstdlib>
+
 #include "data/DataEncoder.h"
 #include "data/RMData.h"
 #include "views/RMCell.h"
@@ -150,6 +152,12 @@ ViewRequest ReadViewRequest(CTTBuffer& message) {
   message >> request.Name >> request.ViewID;
   request.Parameters.BufferToParameters(message);
   return request;
+}
+
+DWORD RequestNumber(const CParameters& parameters, const std::string& name, DWORD absent) {
+  const std::string text = parameters.GetString(name);
+  if (text.empty()) return absent;
+  return static_cast<DWORD>(std::strtoll(text.c_str(), nullptr, 10));
 }
 
 }  // namespace ViewEncoder

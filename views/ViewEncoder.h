@@ -77,5 +77,8 @@ CModuleMessage* ModifyLapRows(DWORD runID, const std::vector<const CRMLapViewRow
 
 // Reads the body of a 0x8021 or 0x8022 that the module sent.
 ViewRequest ReadViewRequest(CTTBuffer& message);
+// A number among a request's parameters, written as a signed or unsigned decimal (the
+// low 32 bits count); `absent` when the parameter is not there.
+DWORD RequestNumber(const CParameters& parameters, const std::string& name, DWORD absent);
 
 }  // namespace ViewEncoder
