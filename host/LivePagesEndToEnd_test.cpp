@@ -31,6 +31,7 @@
 #include "testing/TempDir.h"
 #include "testing/ViewTestSupport.h"
 #include "testing/WaitUntil.h"
+#include "testing/WireTables.h"
 #include "views/RMCell.h"
 
 namespace {
@@ -196,38 +197,6 @@ bool SameVersion(const ReceivedPage& a, const ReceivedPage& b) {
   return a.SequenceHigh == b.SequenceHigh && a.SequenceLow == b.SequenceLow;
 }
 
-// The whole zol_table element of that type, or nothing when the page has none.
-std::optional<std::string> TableOf(const std::string& page, const std::string& type) {
-  for (auto at = page.find("<zol_table"); at != std::string::npos; at = page.find("<zol_table", at + 1)) {
-    const auto tagEnd = page.find('>', at);
-    if (tagEnd == std::string::npos) break;
-    if (page.substr(at, tagEnd - at).find("type=\"" + type + "\"") == std::string::npos) continue;
-    const auto end = page.find("</zol_table>", tagEnd);
-    if (end == std::string::npos) break;
-    return page.substr(at, end + 12 - at);
-  }
-  return std::nullopt;
-}
-
-// The texts of the cells of the table's rows, row by row.
-std::vector<std::vector<std::string>> RowsOf(const std::string& table) {
-  std::vector<std::vector<std::string>> rows;
-  for (auto row = table.find("<zol_rr"); row != std::string::npos; row = table.find("<zol_rr", row + 1)) {
-    const auto rowEnd = table.find("</zol_rr>", row);
-    if (rowEnd == std::string::npos) break;
-    std::vector<std::string> cells;
-    for (auto cell = table.find("<zol_rd", row); cell != std::string::npos && cell < rowEnd;
-         cell = table.find("<zol_rd", cell + 1)) {
-      const auto open = table.find('>', cell);
-      const auto close = table.find("</zol_rd>", open);
-      if (open == std::string::npos || close == std::string::npos) break;
-      cells.push_back(table.substr(open + 1, close - open - 1));
-    }
-    rows.push_back(cells);
-  }
-  return rows;
-}
-
 // The names in a table's rows, in order: the cell that holds one of the field's names.
 std::vector<std::string> NamesIn(const std::string& page, const std::string& type) {
   std::vector<std::string> names;
@@ -247,19 +216,6 @@ std::vector<std::string> Names(const std::vector<Competitor>& field, const std::
   return names;
 }
 
-// The value a zol_label of that type shows, or nothing.
-std::optional<std::string> LabelOf(const std::string& page, const std::string& type) {
-  for (auto at = page.find("<zol_label"); at != std::string::npos; at = page.find("<zol_label", at + 1)) {
-    const auto tagEnd = page.find('>', at);
-    if (tagEnd == std::string::npos) break;
-    if (page.substr(at, tagEnd - at).find("type=\"" + type + "\"") == std::string::npos) continue;
-    if (page[tagEnd - 1] == '/') return std::string();
-    const auto end = page.find("</zol_label>", tagEnd);
-    if (end == std::string::npos) break;
-    return page.substr(tagEnd + 1, end - tagEnd - 1);
-  }
-  return std::nullopt;
-}
 
 // Page 0: build time, clock parameters, site parameters or a 0 count.
 struct Information {
