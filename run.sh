@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the module, the host and the client; runs zolhost on the example application
-# directory with a stand-in data manager playing the example race; lets a zolclient
-# receive the whole example site once; then keeps zolhost running until Ctrl-C.
+# directory with a stand-in data manager playing the example meeting at twelve times real
+# speed, over and over; lets a zolclient receive the whole example site once; then keeps
+# zolhost running until Ctrl-C, the pages filling with live results.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -9,8 +10,8 @@ scripts/setup.sh
 cmake -S . -B build -G Ninja >/dev/null
 ninja -C build zolserver zolhost zolclient
 
-echo "Starting zolhost on examples/ (Ctrl-C ends it)"
-build/bin/zolhost --appdir examples --race examples/race.json "$@" &
+echo "Starting zolhost on examples/ with the example meeting at 12x speed (Ctrl-C ends it)"
+build/bin/zolhost --appdir examples --race examples/race.json --race-speed 12 --race-loop "$@" &
 host=$!
 trap 'kill "$host" 2>/dev/null || true; wait "$host" 2>/dev/null || true' EXIT INT TERM
 
@@ -23,5 +24,13 @@ if build/bin/zolclient tcp://127.0.0.1:51000 --out "$received" --until-complete 
 else
   echo "zolclient did not receive the whole site (see above); zolhost keeps running"
 fi
-echo "zolhost keeps publishing; Ctrl-C ends it"
+cat <<TEXT
+zolhost keeps publishing; Ctrl-C ends it. The meeting (practice, qualifying, a race of ten
+laps, about three minutes at this speed) starts again after its last run. To watch it live,
+from a second shell:
+  build/bin/zolclient tcp://127.0.0.1:51000 --out /tmp/live
+and look at /tmp/live/results/current.zol (the results of the run on track, laps going
+up), /tmp/live/results/runinformation.zol (flag, race time, time to go, leader),
+/tmp/live/results/announcements.zol and /tmp/live/_site1.info (the clock of page 0).
+TEXT
 wait "$host"
