@@ -1,5 +1,7 @@
 #include "host/RaceViews.h"
 
+#include "site/ZOLServerTable.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -272,5 +274,23 @@ TEST(RaceViews, LapTimesHaveARowForEveryPassing) {
     EXPECT_EQ(rows[i].RowID, passing.Sequence);
     EXPECT_EQ(Cell(rows[i], view, "lgHeader_Time").Time, passing.Segment);
     EXPECT_EQ(Cell(rows[i], view, "lgHeader_Timeline").Text, passing.Timeline == 0 ? "Finish" : "Split 1");
+  }
+}
+
+TEST(RaceViews, EveryColumnATableCanNameIsServedByAView) {
+  const char* const templateColumns[] = {
+      "position", "positioninclass", "no", "class", "name", "firstname", "lastname", "additional1", "additional8",
+      "marker", "averagetime", "lasttime", "lastspeed", "laps", "totaltime", "averagespeed", "difference", "gap",
+      "besttime", "inlap", "bestspeed", "2ndbesttime", "2ndinlap", "2ndbestspeed", "datetime", "groupname",
+      "runname", "runtype", "racedistance", "racetime", "minlaptime", "uniqueid", "time", "text", "transpondernr",
+      "regnumber"};
+  for (const char* column : templateColumns) {
+    const std::string key = CZOLServerTable::ZOLGetViewColumnName(column);
+    ASSERT_FALSE(key.empty()) << column;
+    bool served = false;
+    for (const std::string& view : RaceViews::Names()) {
+      for (const CColumn& offered : RaceViews::Columns(view)) served = served || offered.Key == key;
+    }
+    EXPECT_TRUE(served) << column << " (" << key << ")";
   }
 }

@@ -119,3 +119,24 @@ TEST(ZolhostProcess, UnreadableRaceFileIsOneLineAndExitTwo) {
   EXPECT_NE(err.find("zolhost: "), std::string::npos) << err;
   EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
 }
+
+TEST(ZolhostProcess, ARaceFileWithAMissingFieldOrAWrongRunTypeIsOneLineNamingThePlaceAndExitTwo) {
+  TempDir logs;
+  const std::string head = R"({"track": {"name": "T", "length": 2, "timelines": [{"id": 0, "name": "F", "position": 0}]},
+    "events": [{"id": 1, "name": "E"}], "competitors": [{"id": 1, "number": "1", "last": "L"}], "runs": [)";
+  const std::string badType = logs.Write("type.json", head + R"({"id": 1, "event": 1, "name": "R", "type": 3, "laps": 2}]})");
+  const std::string noName = logs.Write("name.json", head + R"({"id": 1, "event": 1, "type": 2, "laps": 2}]})");
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {badType, "type.json: runs[0].type: 3 is no run type (0 practice, 1 qualifying, 2 race)"},
+      {noName, "name.json: runs[0]: \"name\" is missing"}};
+  for (const auto& [file, expected] : cases) {
+    std::string err;
+    const auto status = RunToEnd(kHost, {"--appdir", logs.Path(), "--race", file}, logs.Path(), 10, nullptr, &err);
+    ASSERT_TRUE(status.has_value());
+    EXPECT_EQ(*status, 2);
+    EXPECT_NE(err.find(expected), std::string::npos) << err;
+    EXPECT_EQ(err.rfind("zolhost: race file ", 0), 0u) << err;
+    // Nothing started: the module was not even loaded.
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+  }
+}
