@@ -14,6 +14,8 @@ class CZOLMulticastServer : public CZOLOutputPort {
   void CloseServerSocket();
   void Start() override;
   void Stop() override;
+  std::string GetSettingsAsHTML() override;
+  BOOL ProcessPost(CKVTHttpRequest& request) override;
   void SendPacket(const BYTE* packet) override;
 
   const std::string& GetAddress() const { return Address; }

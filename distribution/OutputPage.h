@@ -54,6 +54,11 @@ class COutputPage {
   // Percentage saved by compression, 0 to 100.
   double GetCompressionRatio() const;
   std::string GetDataAsString() const;
+  // The page's row in a site's table of pages: `style` colours the row unless the page
+  // has an error; `siteName` leads the links to the page.
+  std::string GetPageAsHTMLRow(const std::string& siteName, const std::string& style) const;
+  // The folder of the page as a browser path: "/" between folders, ending in "/" unless empty.
+  std::string GetWebDirectory() const;
   // A new version: page record, compression, size header, escapes, packets.
   void BuildPackets();
   void NotifyPageUpdated();

@@ -15,6 +15,7 @@
 #include "frame/Types.h"
 
 class CIniFile;
+class CKVTHttpRequest;
 
 class CZOLOutputPort {
  public:
@@ -35,9 +36,19 @@ class CZOLOutputPort {
   virtual void UpdatePage(DWORD key, BYTE sequence, const PacketBlocks& packets);
   // Drops the queued packets of one site.
   virtual void ClearAllPackets(DWORD siteNumber);
+  // The port's row in the overview of stream clients.
+  virtual std::string GetStatisticsAsHTML();
   // Bits per second over the last ten calls; called once a second.
   virtual void DetermineDataRate();
+  // The fields of the port's own settings in its editor on the main page.
+  virtual std::string GetSettingsAsHTML();
+  // Applies the posted editor form: 1 when anything changed (the port was stopped and,
+  // if asked, started again), 0 when all values stood as they were.
+  virtual BOOL ProcessPost(CKVTHttpRequest& request);
   virtual void SendPacket(const BYTE* packet) = 0;
+
+  // The port's row in the port overview, with its hidden editor row.
+  std::string GetPortAsHTML();
 
   // The packet with the lowest key, or null; the caller frees it with delete[].
   BYTE* PopPacket();
@@ -50,6 +61,8 @@ class CZOLOutputPort {
   const std::string& GetInfoLine1() const { return InfoLine1; }
   const std::string& GetInfoLine2() const { return InfoLine2; }
   int IsRunning() const { return Running.load(); }
+  // The socket or device handle; -1 when none is open.
+  int GetPortHandle() const { return Handle; }
   DWORD GetType() const { return Type; }
   int GetSentBytes() const { return SentBytes.load(); }
   int GetQueuedBytes() const { return QueuedBytes.load(); }

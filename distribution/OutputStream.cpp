@@ -14,15 +14,23 @@ void CZOLOutputStream::LoadSettings(CIniFile& ini, const std::string& section) {
     const CPackage* package = GetPackage();
     const std::string applicationDirectory = package != nullptr ? package->ApplicationDirectory : std::string();
     ini.Read(section, "root", Root, applicationDirectory);
-    if (Root.empty() || Root.back() != '\\') Root += '\\';
-    // A relative root is put behind the application directory as it stands.
-    if (!platform::IsAbsolutePath(Root)) Root = applicationDirectory + Root;
+    Root = MakeRoot(Root);
     int width = 0, height = 0;
     ini.Read(section, "width", width, 1024);
     ini.Read(section, "height", height, 768);
     SetParameter("width", std::to_string(width));
     SetParameter("height", std::to_string(height));
   });
+}
+
+std::string CZOLOutputStream::MakeRoot(const std::string& root) {
+  const CPackage* package = GetPackage();
+  const std::string applicationDirectory = package != nullptr ? package->ApplicationDirectory : std::string();
+  std::string made = root;
+  if (made.empty() || made.back() != '\\') made += '\\';
+  // A relative root is put behind the application directory as it stands.
+  if (!platform::IsAbsolutePath(made)) made = applicationDirectory + made;
+  return made;
 }
 
 void CZOLOutputStream::PortAdd(CZOLOutputPort* port) {

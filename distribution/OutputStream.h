@@ -30,6 +30,11 @@ class CZOLOutputStream {
   void UpdatePage(DWORD key, BYTE sequence, const PacketBlocks& packets);
   // Drops a site's queued packets on every port, running or not.
   void ClearAllPackets(DWORD siteNumber);
+  // One row per port of the stream, with its remove link, for the site's content page.
+  std::string GetPortsAsHTML();
+  // A root directory as the settings give it: ending in a separator, and a relative one
+  // put behind the application directory.
+  static std::string MakeRoot(const std::string& root);
 
   // The parameter of that name, empty when absent.
   std::string GetParameter(const std::string& name) const { return Parameters.GetString(name); }

@@ -22,6 +22,8 @@ class CZOLSerialPort : public CZOLOutputPort {
   void ClosePort();
   void Start() override;
   void Stop() override;
+  std::string GetSettingsAsHTML() override;
+  BOOL ProcessPost(CKVTHttpRequest& request) override;
   // Drops what the driver still holds, writes the packet and waits until it is out on
   // the line, as long as the port runs and at most the port's write timeout.
   void SendPacket(const BYTE* packet) override;

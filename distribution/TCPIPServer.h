@@ -55,6 +55,10 @@ class CZOLTCPIPServer : public CZOLOutputPort {
   void UpdatePage(DWORD key, BYTE sequence, const PacketBlocks& packets) override;
   void ClearAllPackets(DWORD siteNumber) override;
   void DetermineDataRate() override;
+  // No row of its own: the rows of the connected clients.
+  std::string GetStatisticsAsHTML() override;
+  std::string GetSettingsAsHTML() override;
+  BOOL ProcessPost(CKVTHttpRequest& request) override;
   void SendPacket(const BYTE* packet) override { (void)packet; }
 
   BOOL StartListen();

@@ -14,7 +14,11 @@
 #include "frame/platform/Paths.h"
 #include "site/ZOLServerSite.h"
 #include "site/ZOLServerTestSite.h"
+#include "web/EditContentPage.h"
+#include "web/FeedContentPage.h"
+#include "web/ServerHomePage.h"
 #include "web/ServerPages.h"
+#include "web/SiteSettingsPage.h"
 
 DWORD PacketSize = 128;
 DWORD PacketDelay = 1;
@@ -28,7 +32,7 @@ CZOLServer::CZOLServer() {
       Name = "ZOL Server";
       ShortName = "zol";
       HomePage = "_server/index.html";
-      // The main page with its port and site tables comes with the administration pages.
+      WebServerAddPage(new CServerHomePage(this));
       WebServerAddPage(new CDeletePortPage(this));
       WebServerAddPage(new CFilePage(this));
       LoadSettings();
@@ -96,6 +100,7 @@ void CZOLServer::LoadSettings() {
       std::string section;
       ini.Read("sites", "site" + std::to_string(i), section, "Undefined");
       site->LoadSettings(ini, section);
+      AddSitePages(site);
       std::string portList;
       ini.Read(section, "ports", portList, "");
       BOOL done = FALSE;
@@ -110,6 +115,15 @@ void CZOLServer::LoadSettings() {
     ModuleLog("Settings " + ini.GetFilename() + ": " + std::to_string(Ports.size()) + " port(s), " +
               std::to_string(Sites.size()) + " site(s)");
   });
+}
+
+void CZOLServer::AddSitePages(CZOLServerSite* site) {
+  // The site's pages stay under the name it had here, whatever it is called later.
+  site->SetWebName(site->GetParameter("name"));
+  WebServerAddPage(new CFeedContentPage(this, site));
+  WebServerAddPage(new CSiteSettingsPage(site, Comm));
+  WebServerAddPage(new CEditContentPage(site, Comm));
+  WebServerAddPage(new CRemovePortPage(site));
 }
 
 void CZOLServer::BuildSites() {

@@ -44,6 +44,12 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
 
   const std::vector<CZOLServerSite*>& GetSites() const { return Sites; }
 
+  // The four tables of the main administration page.
+  std::string GetSitesAsHTML();
+  std::string GetPortsAsHTML();
+  std::string GetStatisticsAsHTML();
+  std::string GetDebugInfoAsHTML();
+
   CRMComm* GetComm() const { return Comm; }
   DWORD GetNextPortID() const { return NextPortID; }
   DWORD GetTestPageSize() const { return TestPageSize; }
@@ -53,6 +59,8 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
  private:
   // Builds every site on its own root and event.
   void BuildSites();
+  // The administration pages of a site, under its name.
+  void AddSitePages(CZOLServerSite* site);
   // Deletes the sites, the ports and the link; the destructor's work, and what a
   // constructor that fails half-way undoes.
   void FreeAll();

@@ -86,7 +86,7 @@ void CZOLServerSite::DeletePages() {
 
 std::string CZOLServerSite::WebPathOf(const COutputPage* page) const {
   // A browser path has no backslashes: subfolders of plain files are joined with "/".
-  return COutputPage::ReplaceAll(GetParameter("name") + "/" + page->GetExportName(), "\\", "/");
+  return COutputPage::ReplaceAll(GetWebName() + "/" + page->GetExportName(), "\\", "/");
 }
 
 void CZOLServerSite::Clear(BOOL removeWebPages) {

@@ -35,6 +35,8 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   virtual void Build(const std::string& rootDir, int eventId, BOOL force);
   // Once a second: pages that are due go out again, changed pages get a new version.
   virtual void OnTimerEvent();
+  // The site's row in the table of sites on the main administration page.
+  virtual std::string GetSiteAsHTMLRow();
 
   void Clear(BOOL removeWebPages);
   // Reads the schedule template; reports 1 even when the file is missing.
@@ -65,6 +67,11 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   const CParameters& GetClockParameters() const;
   // The browser path of a site page below the module's prefix: site name, "/", export name.
   std::string WebPathOf(const COutputPage* page) const;
+  // Fixes the name under which the site's pages are reached in the browser; a later
+  // change of the name parameter leaves the web paths as they are.
+  void SetWebName(const std::string& name) { WebName = name; }
+  // The fixed web name, or the name parameter while none is fixed.
+  std::string GetWebName() const { return WebName.empty() ? GetParameter("name") : WebName; }
 
   DWORD GetSiteId() const { return SiteId; }
   // The root directory and event live in the stream part, where the settings put them.
@@ -95,6 +102,7 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
 
   DWORD SiteId;
   CRMComm* Comm;
+  std::string WebName;
   DWORD NextPageId = 8;
   DWORD PagesLeftOut = 0;
   DWORD BuildTime = 0;

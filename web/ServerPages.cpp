@@ -1,27 +1,13 @@
 #include "web/ServerPages.h"
 
 #include <cstdlib>
-#include <sstream>
 #include <vector>
 
 #include "distribution/ZOLServer.h"
 #include "frame/KVTException.h"
 #include "frame/Package.h"
 #include "frame/platform/FileRead.h"
-
-namespace {
-
-// A path is refused when any of its components is "..".
-bool LeavesTheTree(const std::string& path) {
-  std::stringstream components(path);
-  std::string component;
-  while (std::getline(components, component, '/')) {
-    if (component == "..") return true;
-  }
-  return false;
-}
-
-}  // namespace
+#include "site/ZOLServerSite.h"
 
 void Redirect(CKVTHttpResponse& response, const std::string& target) {
   response.HeaderSetValue("location", target);
@@ -43,8 +29,8 @@ CDeletePortPage::CDeletePortPage(CZOLServer* server)
 
 void CDeletePortPage::HandleRequest(CKVTHttpRequest& request, CKVTHttpResponse& response) {
   Guarded("CDeletePortPage::HandleRequest()", [&] {
-    const DWORD id = static_cast<DWORD>(std::atol(request.AttributeGetValue("ID").c_str()));
-    if (Server->PortDelete(id) == 0) {
+    DWORD id = 0;
+    if (!ParsePortID(request.AttributeGetValue("ID"), id) || Server->PortDelete(id) == 0) {
       response.SetBody("Invalid port ID: port not found.");
       response.Status = 200;
       return;
@@ -64,12 +50,27 @@ void CFilePage::HandleRequest(CKVTHttpRequest& request, CKVTHttpResponse& respon
     // The application directory comes without a trailing separator; the tree brings one.
     const std::string file = directory + "/HTML/zol/" + request.Path;
     std::vector<BYTE> data;
-    if (LeavesTheTree(request.Path) || !platform::ReadWholeFile(file, data)) {
+    if (HasParentComponent(request.Path) || !platform::ReadWholeFile(file, data)) {
       response.SetBody("404: Page not found.");
       response.Status = 404;
       return;
     }
     response.SetBody(reinterpret_cast<const char*>(data.data()), static_cast<DWORD>(data.size()));
     response.Status = 200;
+  });
+}
+
+CRemovePortPage::CRemovePortPage(CZOLServerSite* site)
+    : CWebPage(site, "Remove a port", site->GetWebName() + "/removeport.html"), Site(site) {}
+
+void CRemovePortPage::HandleRequest(CKVTHttpRequest& request, CKVTHttpResponse& response) {
+  Guarded("CRemovePortPage::HandleRequest()", [&] {
+    DWORD id = 0;
+    if (!ParsePortID(request.AttributeGetValue("ID"), id) || Site->PortRemove(id) == 0) {
+      response.SetBody("Invalid port ID: port not found.");
+      response.Status = 200;
+      return;
+    }
+    Redirect(response, "content.html");
   });
 }

@@ -1,5 +1,6 @@
 #include "web/WebPage.h"
 
+#include <cctype>
 #include <cstdlib>
 
 #include "frame/KVTException.h"
@@ -20,6 +21,39 @@ std::string DecodeFormValue(const std::string& encoded) {
     }
   }
   return decoded;
+}
+
+bool HasParentComponent(const std::string& path) {
+  std::size_t start = 0;
+  while (start <= path.size()) {
+    std::size_t end = path.find_first_of("/\\", start);
+    if (end == std::string::npos) end = path.size();
+    if (path.compare(start, end - start, "..") == 0) return true;
+    start = end + 1;
+  }
+  return false;
+}
+
+bool LeavesItsFolder(const std::string& path) {
+  if (HasParentComponent(path)) return true;
+  if (!path.empty() && (path[0] == '/' || path[0] == '\\')) return true;
+  return path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
+}
+
+bool ParsePortID(const std::string& text, DWORD& id) {
+  if (text == "-1") {
+    id = 0xFFFFFFFF;
+    return true;
+  }
+  if (text.empty() || text.size() > 10) return false;
+  unsigned long long value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return false;
+    value = value * 10 + static_cast<unsigned long long>(c - '0');
+  }
+  if (value >= 0xFFFFFFFFULL) return false;
+  id = static_cast<DWORD>(value);
+  return true;
 }
 
 std::string CKVTHttpRequest::AttributeGetValue(const std::string& name) const {

@@ -53,3 +53,13 @@ class CWebPage {
 
 // Decodes a URL-encoded form value: "%41" is 'A', '+' is a blank.
 std::string DecodeFormValue(const std::string& encoded);
+
+// True when the path has a ".." component; "/" and "\\" both separate components.
+bool HasParentComponent(const std::string& path);
+// True when the path has a ".." component or is absolute ("/", "\\" or a drive letter
+// in front): such a path could lead out of the folder it is meant for.
+bool LeavesItsFolder(const std::string& path);
+// Reads a port ID as the forms and links send it: decimal digits, "-1" for none. False
+// for anything else (empty, letters, a number out of range), so that a mistyped ID
+// is not read as 0, which is a port's ID.
+bool ParsePortID(const std::string& text, DWORD& id);

@@ -1,0 +1,18 @@
+// The main administration page: the tables of sites, ports and stream clients, the form
+// that adds a port and the editor forms of the ports.
+#pragma once
+
+#include "web/WebPage.h"
+
+class CZOLServer;
+
+class CServerHomePage : public CWebPage {
+ public:
+  explicit CServerHomePage(CZOLServer* server);
+  void HandleRequest(CKVTHttpRequest& request, CKVTHttpResponse& response) override;
+  void ProcessGet(CKVTHttpRequest& request, CKVTHttpResponse& response);
+  void ProcessPost(CKVTHttpRequest& request, CKVTHttpResponse& response);
+
+ private:
+  CZOLServer* Server;
+};
