@@ -5,11 +5,11 @@
 #   cpack --config build/CPackConfig.cmake builds zolserver_VERSION_ARCH.deb (prefix /usr)
 #
 # Layout below the prefix:
-#   bin/zolhost, bin/zolclient
+#   bin/zolhost, bin/zolclient, bin/zoldatamanager
 #   lib/zolserver/libzolserver.so          the module, in a folder of its own; zolhost looks
 #                                          there when no module lies beside it
 #   share/zolserver/examples/              the example application directory
-#   share/man/man1/zolhost.1.gz, zolclient.1.gz
+#   share/man/man1/zolhost.1.gz, zolclient.1.gz, zoldatamanager.1.gz
 #   share/doc/zolserver/README.md
 #   lib/systemd/system/zolhost.service     runs zolhost on /var/lib/zolserver
 
@@ -27,7 +27,7 @@ if(TARGET zolhost_lib)
   target_compile_definitions(zolhost_lib PRIVATE ZOL_INSTALLED_MODULE="${zol_module_from_program}")
 endif()
 
-foreach(program zolhost zolclient)
+foreach(program zolhost zolclient zoldatamanager)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()
@@ -37,7 +37,7 @@ install(DIRECTORY ${CMAKE_SOURCE_DIR}/examples/ DESTINATION ${ZOL_INSTALL_DATADI
 install(FILES ${CMAKE_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # Manual pages, compressed as Debian keeps them.
-foreach(page zolhost.1 zolclient.1)
+foreach(page zolhost.1 zolclient.1 zoldatamanager.1)
   set(source ${CMAKE_SOURCE_DIR}/packaging/${page})
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
   file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/man)

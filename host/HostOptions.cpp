@@ -1,8 +1,11 @@
 #include "host/HostOptions.h"
 
+#include <cerrno>
+#include <cmath>
 #include <cstdlib>
 
 #include "frame/platform/ProgramFiles.h"
+#include "frame/platform/Sockets.h"
 
 // Where an installed zolhost finds the module, relative to its own folder; the install
 // rules set it from the folders they install into.
@@ -24,6 +27,42 @@ bool ParseComMapping(const std::string& text, HostOptions& options) {
 
 }  // namespace
 
+bool ParsePortNumber(const std::string& text, std::uint16_t& port) {
+  if (text.empty() || text.size() > 5 || text.find_first_not_of("0123456789") != std::string::npos) return false;
+  const long number = std::strtol(text.c_str(), nullptr, 10);
+  if (number < 1 || number > 65535) return false;
+  port = static_cast<std::uint16_t>(number);
+  return true;
+}
+
+bool ParseAddressAndPort(const std::string& text, std::string& address, std::uint16_t& port) {
+  const auto colon = text.rfind(':');
+  if (colon == std::string::npos) return false;
+  std::uint32_t parsed = 0;
+  const std::string host = text.substr(0, colon);
+  if (!platform::ParseDottedAddress(host, parsed) || !ParsePortNumber(text.substr(colon + 1), port)) return false;
+  address = host;
+  return true;
+}
+
+bool ParseRaceSpeed(const std::string& text, double& speed) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  errno = 0;
+  const double value = std::strtod(text.c_str(), &end);
+  if (end != text.c_str() + text.size() || errno != 0 || !std::isfinite(value) || value <= 0) return false;
+  speed = value;
+  return true;
+}
+
+bool ParseSeed(const std::string& text, std::uint32_t& seed) {
+  if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos) return false;
+  const unsigned long long value = std::strtoull(text.c_str(), nullptr, 10);
+  if (value > 0xFFFFFFFFull) return false;
+  seed = static_cast<std::uint32_t>(value);
+  return true;
+}
+
 std::string HostUsage() {
   return "Usage: zolhost [options]\n"
          "Loads the ZOL Server module, hands it the application directory and carries its\n"
@@ -40,6 +79,16 @@ std::string HostUsage() {
          "  --code-page NAME   code page of text from the data manager (default CP1252)\n"
          "  --race FILE        run a stand-in data manager that plays the race described in\n"
          "                     FILE (JSON, see examples/race.json)\n"
+         "  --race-speed X     the stand-in's race clock runs X times faster than real time\n"
+         "                     (a number above 0; default 1)\n"
+         "  --seed N           seeds the stand-in's race: the same seed and file play the same\n"
+         "                     meeting (0 to 4294967295; default 1)\n"
+         "  --race-loop        the stand-in starts the meeting again after its last run\n"
+         "  --data-manager-port PORT\n"
+         "                     listen on 127.0.0.1:PORT for a data manager in another process\n"
+         "                     (e.g. zoldatamanager); one at a time\n"
+         "  --data-manager-listen ADDR:PORT\n"
+         "                     the same on another IPv4 address (0.0.0.0: every address)\n"
          "  --verbose          log every message in and out with ID, class and payload size\n"
          "  --help             show this text\n";
 }
@@ -70,6 +119,37 @@ std::optional<HostOptions> ParseHostOptions(const std::vector<std::string>& argu
       if (!value(options.LanguageFile)) return std::nullopt;
     } else if (argument == "--race") {
       if (!value(options.RaceFile)) return std::nullopt;
+    } else if (argument == "--race-speed") {
+      std::string text;
+      if (!value(text)) return std::nullopt;
+      if (!ParseRaceSpeed(text, options.Race.Speed)) {
+        error = "bad --race-speed '" + text + "': expected a number above 0";
+        return std::nullopt;
+      }
+    } else if (argument == "--seed") {
+      std::string text;
+      if (!value(text)) return std::nullopt;
+      if (!ParseSeed(text, options.Race.Seed)) {
+        error = "bad --seed '" + text + "': expected a whole number from 0 to 4294967295";
+        return std::nullopt;
+      }
+    } else if (argument == "--race-loop") {
+      options.Race.Loop = true;
+    } else if (argument == "--data-manager-port") {
+      std::string text;
+      if (!value(text)) return std::nullopt;
+      if (!ParsePortNumber(text, options.DataManagerPort)) {
+        error = "bad --data-manager-port '" + text + "': expected a port from 1 to 65535";
+        return std::nullopt;
+      }
+      options.DataManagerAddress = "127.0.0.1";
+    } else if (argument == "--data-manager-listen") {
+      std::string text;
+      if (!value(text)) return std::nullopt;
+      if (!ParseAddressAndPort(text, options.DataManagerAddress, options.DataManagerPort)) {
+        error = "bad --data-manager-listen '" + text + "': expected ADDR:PORT, an IPv4 address and a port from 1 to 65535";
+        return std::nullopt;
+      }
     } else if (argument == "--code-page") {
       if (!value(options.CodePage)) return std::nullopt;
     } else if (argument == "--com") {

@@ -1,6 +1,7 @@
 // The command line of zolhost.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -16,6 +17,10 @@ struct HostOptions {
   RacePlayOptions Race;
   std::string CodePage = "CP1252";
   std::map<int, std::string> ComPorts;
+  // The data manager link: listen on this address and port for a data manager in another
+  // process (port 0: no link).
+  std::string DataManagerAddress = "127.0.0.1";
+  std::uint16_t DataManagerPort = 0;
   bool Verbose = false;
   bool Help = false;
 };
@@ -24,3 +29,13 @@ struct HostOptions {
 std::optional<HostOptions> ParseHostOptions(const std::vector<std::string>& arguments, std::string& error);
 
 std::string HostUsage();
+
+// The shared readers of option values (zolhost and zoldatamanager); false on bad text.
+// A TCP port from 1 to 65535.
+bool ParsePortNumber(const std::string& text, std::uint16_t& port);
+// ADDR:PORT with a dotted IPv4 address.
+bool ParseAddressAndPort(const std::string& text, std::string& address, std::uint16_t& port);
+// A finite number above 0.
+bool ParseRaceSpeed(const std::string& text, double& speed);
+// A whole number from 0 to 4294967295.
+bool ParseSeed(const std::string& text, std::uint32_t& seed);

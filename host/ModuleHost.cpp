@@ -56,8 +56,39 @@ bool CModuleHost::Load() {
 }
 
 void CModuleHost::AddPeer(std::unique_ptr<CHostPeer> peer) {
-  const WORD peerClass = peer->PeerClass();
-  Peers[peerClass] = std::move(peer);
+  std::lock_guard<std::mutex> guard(Lock);
+  PeerSlot slot;
+  slot.Handle = NextHandle++;
+  slot.Peer = std::move(peer);
+  Peers.push_back(std::move(slot));
+}
+
+int CModuleHost::AttachPeer(std::shared_ptr<CHostPeer> peer) {
+  int handle = 0;
+  {
+    std::lock_guard<std::mutex> guard(Lock);
+    if (Stopping) return 0;
+    handle = NextHandle++;
+    QueuedMessage entry;
+    entry.Kind = QueuedKind::PeerCame;
+    entry.Peer = std::move(peer);
+    entry.Handle = handle;
+    Queue.push_back(std::move(entry));
+  }
+  Wake.notify_all();
+  return handle;
+}
+
+void CModuleHost::DetachPeer(int handle) {
+  {
+    std::lock_guard<std::mutex> guard(Lock);
+    if (Stopping) return;
+    QueuedMessage entry;
+    entry.Kind = QueuedKind::PeerWent;
+    entry.Handle = handle;
+    Queue.push_back(std::move(entry));
+  }
+  Wake.notify_all();
 }
 
 bool CModuleHost::Start() {
@@ -102,7 +133,9 @@ void CModuleHost::Stop() {
 void CModuleHost::SendFunction(CModuleMessage* message) {
   {
     std::lock_guard<std::mutex> guard(Lock);
-    Queue.push_back({std::unique_ptr<CModuleMessage>(message), false});
+    QueuedMessage entry;
+    entry.Message.reset(message);
+    Queue.push_back(std::move(entry));
   }
   Wake.notify_all();
 }
@@ -113,7 +146,10 @@ void CModuleHost::PostFromPeer(WORD peerClass, CModuleMessage* message) {
   {
     std::lock_guard<std::mutex> guard(Lock);
     if (Stopping) return;
-    Queue.push_back({std::move(owned), true});
+    QueuedMessage entry;
+    entry.Message = std::move(owned);
+    entry.Kind = QueuedKind::FromPeer;
+    Queue.push_back(std::move(entry));
   }
   Wake.notify_all();
 }
@@ -131,8 +167,9 @@ std::uint64_t CModuleHost::TimerTicks() const {
 void CModuleHost::RunMessageThread() {
   using Clock = std::chrono::steady_clock;
   auto nextTick = Clock::now();
-  for (const auto& entry : Peers) {
-    if (entry.second->PeerTimerInterval() > 0) PeerDeadlines[entry.first] = Clock::now();
+  for (PeerSlot& slot : Peers) {
+    slot.HasTimer = slot.Peer->PeerTimerInterval() > 0;
+    slot.Deadline = Clock::now();
   }
   std::unique_lock<std::mutex> guard(Lock);
   while (!Stopping) {
@@ -140,11 +177,7 @@ void CModuleHost::RunMessageThread() {
       QueuedMessage next = std::move(Queue.front());
       Queue.pop_front();
       guard.unlock();
-      if (next.FromPeer) {
-        DeliverToModule(std::move(next.Message));
-      } else {
-        Dispatch(std::move(next.Message));
-      }
+      Handle(std::move(next));
       guard.lock();
       continue;
     }
@@ -152,8 +185,9 @@ void CModuleHost::RunMessageThread() {
     const auto nextPeerTimer = RunDuePeerTimers(Clock::now());
     guard.lock();
     if (!Queue.empty() || Stopping) continue;
+    const bool anyPeerTimer = nextPeerTimer != Clock::time_point::max();
     if (Interval <= 0) {
-      if (PeerDeadlines.empty()) {
+      if (!anyPeerTimer) {
         Wake.wait(guard);
       } else {
         Wake.wait_until(guard, nextPeerTimer);
@@ -161,7 +195,7 @@ void CModuleHost::RunMessageThread() {
       nextTick = Clock::now() + std::chrono::milliseconds(Interval);
       continue;
     }
-    const bool peerFirst = !PeerDeadlines.empty() && nextPeerTimer < nextTick;
+    const bool peerFirst = anyPeerTimer && nextPeerTimer < nextTick;
     if (Wake.wait_until(guard, peerFirst ? nextPeerTimer : nextTick) == std::cv_status::timeout && !peerFirst) {
       ++Ticks;
       nextTick += std::chrono::milliseconds(Interval);
@@ -174,25 +208,78 @@ void CModuleHost::RunMessageThread() {
   }
 }
 
+void CModuleHost::Handle(QueuedMessage next) {
+  switch (next.Kind) {
+    case QueuedKind::FromModule:
+      Dispatch(std::move(next.Message));
+      break;
+    case QueuedKind::FromPeer:
+      DeliverToModule(std::move(next.Message));
+      break;
+    case QueuedKind::PeerCame:
+      PeerCame(next.Handle, std::move(next.Peer));
+      break;
+    case QueuedKind::PeerWent:
+      PeerWent(next.Handle);
+      break;
+  }
+}
+
 std::chrono::steady_clock::time_point CModuleHost::RunDuePeerTimers(std::chrono::steady_clock::time_point now) {
   auto earliest = std::chrono::steady_clock::time_point::max();
-  for (auto& [peerClass, deadline] : PeerDeadlines) {
-    CHostPeer& peer = *Peers.at(peerClass);
-    if (deadline <= now) {
+  // By index: a peer's messages reach the module, which only queues what it sends, so
+  // the list does not change under the walk.
+  for (std::size_t i = 0; i < Peers.size(); ++i) {
+    PeerSlot& slot = Peers[i];
+    if (!slot.HasTimer) continue;
+    CHostPeer& peer = *slot.Peer;
+    if (slot.Deadline <= now) {
       const auto interval = std::chrono::milliseconds(peer.PeerTimerInterval());
-      deadline += interval;
+      slot.Deadline += interval;
       // Like the module's timer, a late peer timer goes on from now rather than catching up.
-      if (deadline < now) deadline = now + interval;
+      if (slot.Deadline < now) slot.Deadline = now + interval;
       std::vector<CModuleMessage*> messages;
       CallModule("a peer's timer", [&] { messages = peer.OnPeerTimer(); });
       for (CModuleMessage* message : messages) {
-        message->Class = peerClass;
+        message->Class = peer.PeerClass();
         DeliverToModule(std::unique_ptr<CModuleMessage>(message));
       }
     }
-    earliest = std::min(earliest, deadline);
+    earliest = std::min(earliest, Peers[i].Deadline);
   }
   return earliest;
+}
+
+CHostPeer* CModuleHost::RouteTo(WORD targetClass, DWORD instance, DWORD computer) const {
+  CHostPeer* onComputer = nullptr;
+  for (const PeerSlot& slot : Peers) {
+    CHostPeer& peer = *slot.Peer;
+    if (peer.PeerClass() != targetClass || peer.PeerComputer() != computer) continue;
+    if (peer.PeerInstance() == instance) return &peer;
+    if (onComputer == nullptr) onComputer = &peer;
+  }
+  return onComputer;
+}
+
+void CModuleHost::PeerCame(int handle, std::shared_ptr<CHostPeer> peer) {
+  PeerSlot slot;
+  slot.Handle = handle;
+  slot.Peer = std::move(peer);
+  slot.HasTimer = slot.Peer->PeerTimerInterval() > 0;
+  slot.Deadline = std::chrono::steady_clock::now();
+  Peers.push_back(std::move(slot));
+  ReportModule(*Peers.back().Peer, 1);
+}
+
+void CModuleHost::PeerWent(int handle) {
+  const auto found =
+      std::find_if(Peers.begin(), Peers.end(), [&](const PeerSlot& slot) { return slot.Handle == handle; });
+  if (found == Peers.end()) return;
+  // The module hears of it once the peer is out of the routes: what it sends the peer in
+  // answer is dropped.
+  const std::shared_ptr<CHostPeer> peer = found->Peer;
+  Peers.erase(found);
+  ReportModule(*peer, 0);
 }
 
 void CModuleHost::Dispatch(std::unique_ptr<CModuleMessage> message) {
@@ -201,17 +288,20 @@ void CModuleHost::Dispatch(std::unique_ptr<CModuleMessage> message) {
     HandleHostMessage(*message);
     return;
   }
-  auto peer = Peers.find(message->TargetClass);
-  if (peer == Peers.end()) {
+  CHostPeer* peer = RouteTo(message->TargetClass, message->TargetInstance, message->TargetComputer);
+  if (peer == nullptr) {
     if (Options.Verbose) {
-      Package.WriteLog("no module of class " + std::to_string(message->TargetClass) + " here: message " +
-                       Hex(message->ID) + " dropped");
+      Package.WriteLog("no module of class " + std::to_string(message->TargetClass) + " on computer " +
+                       platform::IPv4ToText(message->TargetComputer) + " here: message " + Hex(message->ID) +
+                       " dropped");
     }
     return;
   }
   message->Reset();
-  for (CModuleMessage* reply : peer->second->Receive(*message)) {
-    reply->Class = peer->first;
+  std::vector<CModuleMessage*> replies;
+  CallModule("a peer's answer", [&] { replies = peer->Receive(*message); });
+  for (CModuleMessage* reply : replies) {
+    reply->Class = peer->PeerClass();
     DeliverToModule(std::unique_ptr<CModuleMessage>(reply));
   }
 }
@@ -251,13 +341,19 @@ void CModuleHost::HandleHostMessage(CModuleMessage& message) {
 }
 
 void CModuleHost::ReportModules() {
-  for (const auto& entry : Peers) {
-    const CHostPeer& peer = *entry.second;
-    if (Options.Verbose) Package.WriteLog("module of class " + std::to_string(entry.first) + " present");
-    CallModule("OnModifyModule", [&] {
-      Module->OnModifyModule(peer.PeerClass(), peer.PeerInstance(), peer.PeerComputer(), 1);
-    });
+  // By index, for the same reason as the peer timers.
+  for (std::size_t i = 0; i < Peers.size(); ++i) ReportModule(*Peers[i].Peer, 1);
+}
+
+void CModuleHost::ReportModule(const CHostPeer& peer, int present) {
+  if (Options.Verbose) {
+    Package.WriteLog("module of class " + std::to_string(peer.PeerClass()) + " on computer " +
+                     platform::IPv4ToText(peer.PeerComputer()) + (present != 0 ? " present" : " gone"));
   }
+  const WORD peerClass = peer.PeerClass();
+  const DWORD instance = peer.PeerInstance();
+  const DWORD computer = peer.PeerComputer();
+  CallModule("OnModifyModule", [&] { Module->OnModifyModule(peerClass, instance, computer, present); });
 }
 
 void CModuleHost::LogMessage(const char* direction, const CModuleMessage& message, WORD peerClass) const {

@@ -1,17 +1,19 @@
 // Loads the module library, creates the module object and runs its one message thread:
 // timer ticks at the interval the module asked for, messages to the host answered here,
-// every other message routed to the peer of its target class.
+// every other message routed to the peer of its target class and computer. Peers are
+// added before the start, or come and go while the module runs (an outside data manager
+// over its link); the module hears of each through OnModifyModule on the message thread.
 #pragma once
 
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "frame/BaseModule.h"
 #include "frame/ModuleEntry.h"
@@ -33,6 +35,20 @@ class CModuleHost : public CSendTarget {
   // Adds a module the host reports to the loaded one; call before Start.
   void AddPeer(std::unique_ptr<CHostPeer> peer);
 
+  // A peer that comes while the module runs; safe from any thread. The module hears of it
+  // (OnModifyModule, present) on the message thread, in order with everything queued
+  // before; from then on it is reported and routed to like the others. Returns the
+  // handle for DetachPeer, 0 after Stop (the peer is then not taken).
+  int AttachPeer(std::shared_ptr<CHostPeer> peer);
+  // The peer of `handle` goes: queued like AttachPeer, the module hears of it (present 0)
+  // on the message thread, after everything the peer posted before; messages to it are
+  // dropped from then on. The host lets go of the peer there.
+  void DetachPeer(int handle);
+
+  // One line in the host's log, as the host writes its own.
+  void WriteLog(const std::string& line) const { Package.WriteLog(line); }
+  bool Verbose() const { return Options.Verbose; }
+
   // Hands over the package, creates the module, connects the send path, initializes it,
   // reports the peers and starts the message thread. False when the module could not be
   // created.
@@ -52,9 +68,35 @@ class CModuleHost : public CSendTarget {
   std::uint64_t TimerTicks() const;
 
  private:
+  // A peer the module has been told of, with its timer.
+  struct PeerSlot {
+    int Handle = 0;
+    std::shared_ptr<CHostPeer> Peer;
+    bool HasTimer = false;
+    std::chrono::steady_clock::time_point Deadline{};
+  };
+  // What the message thread handles, in order of arrival: messages the module sent,
+  // messages peers posted for it, peers that come and go.
+  enum class QueuedKind { FromModule, FromPeer, PeerCame, PeerWent };
+  struct QueuedMessage {
+    std::unique_ptr<CModuleMessage> Message;
+    QueuedKind Kind = QueuedKind::FromModule;
+    std::shared_ptr<CHostPeer> Peer;
+    int Handle = 0;
+  };
+
   void RunMessageThread();
-  // Runs the timers of the peers that are due; the earliest next deadline of a peer.
+  void Handle(QueuedMessage next);
+  // Runs the timers of the peers that are due; the earliest next deadline of a peer
+  // (the largest time point when no peer has a timer).
   std::chrono::steady_clock::time_point RunDuePeerTimers(std::chrono::steady_clock::time_point now);
+  // The peer a message to that class, instance and computer goes to: of the peers of the
+  // class on that computer the one of that instance, else the first; the one that came
+  // first wins a tie. Null when no peer of the class is on the computer.
+  CHostPeer* RouteTo(WORD targetClass, DWORD instance, DWORD computer) const;
+  void PeerCame(int handle, std::shared_ptr<CHostPeer> peer);
+  void PeerWent(int handle);
+  void ReportModule(const CHostPeer& peer, int present);
   void Dispatch(std::unique_ptr<CModuleMessage> message);
   void HandleHostMessage(CModuleMessage& message);
   void ReportModules();
@@ -69,20 +111,15 @@ class CModuleHost : public CSendTarget {
   ModuleInformation Info{};
   CPackage Package;
   CBaseModule* Module = nullptr;
-  std::map<WORD, std::unique_ptr<CHostPeer>> Peers;
-  // When each peer's timer is next due, by peer class; only peers with a timer.
-  std::map<WORD, std::chrono::steady_clock::time_point> PeerDeadlines;
+  // The peers in the order they came. Before Start only AddPeer touches it; from then on
+  // only the message thread.
+  std::vector<PeerSlot> Peers;
   std::string LastError;
 
   mutable std::mutex Lock;
   std::condition_variable Wake;
-  // What the message thread handles, in order of arrival: messages the module sent, and
-  // messages peers posted for it (FromPeer).
-  struct QueuedMessage {
-    std::unique_ptr<CModuleMessage> Message;
-    bool FromPeer = false;
-  };
   std::deque<QueuedMessage> Queue;
+  int NextHandle = 1;
   int Interval = 0;
   std::uint64_t Ticks = 0;
   bool Stopping = false;

@@ -14,7 +14,6 @@ constexpr double kDefaultLapSpreadShare = 0.006;
 constexpr double kYellowChancePerLeaderLap = 0.12;
 constexpr double kYellowSlowdown = 1.12;
 constexpr KVTTIME kGridStagger = 300000;  // between two start places
-constexpr KVTTIME kSecond = CRaceSimulation::kSecond;
 
 KVTTIME Seconds(double seconds) { return static_cast<KVTTIME>(std::llround(seconds * 1e6)); }
 

@@ -7,6 +7,7 @@
 #include "frame/platform/Paths.h"
 #include "frame/platform/Signals.h"
 #include "frame/platform/Interfaces.h"
+#include "host/DataManagerLink.h"
 #include "host/DataManagerPeer.h"
 #include "host/ModuleHost.h"
 
@@ -29,7 +30,7 @@ int main(int argc, char** argv) {
 
   CModuleHost host(*options);
   if (!options->RaceFile.empty()) {
-    auto dataManager = std::make_unique<CDataManagerPeer>(platform::LocalIPv4Address());
+    auto dataManager = std::make_unique<CDataManagerPeer>(platform::LocalIPv4Address(), options->Race);
     if (!dataManager->LoadRace(options->RaceFile, error)) {
       std::fprintf(stderr, "zolhost: %s\n", error.c_str());
       return 2;
@@ -49,12 +50,29 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "zolhost: data manager stand-in plays %s\n", options->RaceFile.c_str());
   }
 
+  // The port is taken before the module starts, so that a busy port ends the program
+  // before anything runs; a data manager that connects meanwhile waits in the queue.
+  std::unique_ptr<CDataManagerLink> link;
+  if (options->DataManagerPort != 0) {
+    DataManagerLinkSettings settings;
+    settings.Address = options->DataManagerAddress;
+    settings.Port = options->DataManagerPort;
+    link = std::make_unique<CDataManagerLink>(host, settings);
+    if (!link->Start(error)) {
+      std::fprintf(stderr, "zolhost: %s\n", error.c_str());
+      return 2;
+    }
+    std::fprintf(stderr, "zolhost: data manager link listens on %s:%u\n", options->DataManagerAddress.c_str(),
+                 static_cast<unsigned>(link->Port()));
+  }
   if (!host.Start()) {
     std::fprintf(stderr, "zolhost: %s\n", host.Error().c_str());
+    if (link) link->Stop();
     return 2;
   }
   const int signal = platform::WaitForTerminationSignal();
   std::fprintf(stderr, "zolhost: signal %d, stopping\n", signal);
+  if (link) link->Stop();
   host.Stop();
   std::fprintf(stderr, "zolhost: stopped after %llu timer ticks\n", static_cast<unsigned long long>(host.TimerTicks()));
   return 0;

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 
 namespace platform {
@@ -203,6 +204,84 @@ int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long
   }
   return result;
 }
+
+bool SetReuseAddress(int socket, bool on) {
+  const int value = on ? 1 : 0;
+  return setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &value, sizeof value) == 0;
+}
+
+bool BindAddress(int socket, const std::string& address, std::uint16_t port) {
+  sockaddr_in local{};
+  if (!MakeAddress(address, port, local)) return false;
+  return bind(socket, reinterpret_cast<sockaddr*>(&local), sizeof local) == 0;
+}
+
+int AcceptConnectionFrom(int listenSocket, std::uint32_t& peerAddress, std::uint16_t& peerPort) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  int client;
+  do {
+    client = accept4(listenSocket, reinterpret_cast<sockaddr*>(&address), &length, SOCK_CLOEXEC);
+  } while (client < 0 && errno == EINTR);
+  if (client < 0) return kNoSocket;
+  peerAddress = address.sin_addr.s_addr;
+  peerPort = ntohs(address.sin_port);
+  return client;
+}
+
+long SendWithoutWaiting(int socket, const void* data, std::size_t length) {
+  ssize_t sent;
+  do {
+    sent = send(socket, data, length, MSG_NOSIGNAL | MSG_DONTWAIT);
+  } while (sent < 0 && errno == EINTR);
+  if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
+  return static_cast<long>(sent);
+}
+
+SendAllResult SendAllWithin(int socket, const void* data, std::size_t length, int timeoutMilliseconds) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
+  const char* bytes = static_cast<const char*>(data);
+  std::size_t done = 0;
+  while (done < length) {
+    const long sent = SendWithoutWaiting(socket, bytes + done, length - done);
+    if (sent < 0) return SendAllResult::Failed;
+    done += static_cast<std::size_t>(sent);
+    if (done == length) break;
+    if (sent > 0) continue;
+    const auto left =
+        std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now()).count();
+    if (left <= 0 || !WaitWritable(socket, static_cast<long>(left))) return SendAllResult::TimedOut;
+  }
+  return SendAllResult::Sent;
+}
+
+void ShutdownBothWays(int socket) {
+  if (socket >= 0) shutdown(socket, SHUT_RDWR);
+}
+
+int WaitListenAndPeer(int listenSocket, int peer, long timeoutMicroseconds, bool& listenReadable,
+                      bool& peerReadable) {
+  pollfd entries[2] = {};
+  entries[0].fd = listenSocket;
+  entries[0].events = POLLIN;
+  // A negative descriptor is left out by poll.
+  entries[1].fd = peer;
+  entries[1].events = POLLIN;
+  timespec limit = MicrosecondsToTimespec(timeoutMicroseconds);
+  int result;
+  do {
+    result = ppoll(entries, 2, &limit, nullptr);
+  } while (result < 0 && errno == EINTR);
+  listenReadable = false;
+  peerReadable = false;
+  if (result <= 0) return result;
+  if ((entries[0].revents & POLLNVAL) != 0) return -1;
+  listenReadable = (entries[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0;
+  peerReadable = peer >= 0 && (entries[1].revents & (POLLIN | POLLERR | POLLHUP | POLLNVAL)) != 0;
+  return result;
+}
+
+bool IsLoopbackAddress(std::uint32_t networkOrderAddress) { return (ntohl(networkOrderAddress) >> 24) == 127; }
 
 namespace {
 

@@ -64,6 +64,32 @@ std::uint16_t FindFreeTcpPort();
 int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long timeoutMicroseconds,
                          bool& listenReadable, std::vector<bool>& writable);
 
+// ---- one-peer links (the data manager link) ---------------------------------------------
+// Allows binding a listening port again at once after a restart.
+bool SetReuseAddress(int socket, bool on);
+// Binds to the IPv4 address `address` (dotted text) at `port` (0: the system picks one).
+bool BindAddress(int socket, const std::string& address, std::uint16_t port);
+// Accepts one connection; the peer's IPv4 address in network byte order and its port.
+// -1 on failure.
+int AcceptConnectionFrom(int listenSocket, std::uint32_t& peerAddress, std::uint16_t& peerPort);
+// One send call that never waits and never raises SIGPIPE: the bytes taken, 0 when the
+// socket takes nothing right now, -1 on error.
+long SendWithoutWaiting(int socket, const void* data, std::size_t length);
+// Sends all `length` bytes, waiting at most `timeoutMilliseconds` in all for the socket to
+// take them.
+enum class SendAllResult { Sent, Failed, TimedOut };
+SendAllResult SendAllWithin(int socket, const void* data, std::size_t length, int timeoutMilliseconds);
+// Ends both directions of a connected socket without closing it: a thread blocked or
+// waiting on it wakes up and sees the end of the stream.
+void ShutdownBothWays(int socket);
+// Waits up to `timeoutMicroseconds` for data (or end of stream) on the listening socket
+// or on `peer` (kNoSocket: none). Returns -1 on error, 0 when the time ran out, else the
+// number of ready sockets.
+int WaitListenAndPeer(int listenSocket, int peer, long timeoutMicroseconds, bool& listenReadable,
+                      bool& peerReadable);
+// True for 127.0.0.0 to 127.255.255.255 (network byte order).
+bool IsLoopbackAddress(std::uint32_t networkOrderAddress);
+
 // ---- TCP client ----------------------------------------------------------------------
 // Connects to host (dotted IPv4 text) and port; -1 when that fails. A receive buffer
 // size above 0 is set before connecting.

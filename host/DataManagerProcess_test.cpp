@@ -1,0 +1,375 @@
+// The data manager in a process of its own: zolhost listens on its data manager link,
+// zoldatamanager plays the example race over it, and a TCP client of the module's port
+// sees the pages. When the data manager is killed the module hears it go and the sites
+// go on sending their last pages; one that connects again takes a fresh snapshot. Also
+// the command lines of both programs.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "frame/platform/Interfaces.h"
+#include "frame/platform/Sockets.h"
+#include "testing/ChildProcess.h"
+#include "testing/PageReassembler.h"
+#include "testing/TempDir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+const std::string kHost = std::string(ZOL_BINARY_DIR) + "/zolhost";
+const std::string kDataManager = std::string(ZOL_BINARY_DIR) + "/zoldatamanager";
+const std::string kExamples = std::string(ZOL_SOURCE_DIR) + "/examples";
+const std::string kRace = kExamples + "/race.json";
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+}
+
+// The example application directory, copied, with its TCP port moved to `port`.
+bool CopyExamples(const TempDir& appdir, std::uint16_t port) {
+  fs::copy(fs::path(kExamples) / "site", fs::path(appdir.Path()) / "site", fs::copy_options::recursive);
+  std::string settings = ReadFile(kExamples + "/Config/ZOLServer.ini");
+  const std::string line = "port=51000";
+  const auto at = settings.find(line);
+  if (at == std::string::npos) return false;
+  settings.replace(at, line.size(), "port=" + std::to_string(port));
+  appdir.Write("Config/ZOLServer.ini", settings);
+  return true;
+}
+
+// The last names of the race file's competitors.
+std::vector<std::string> CompetitorNames() {
+  const std::string race = ReadFile(kRace);
+  const std::regex last("\"last\"\\s*:\\s*\"([^\"]+)\"");
+  std::vector<std::string> names;
+  for (auto it = std::sregex_iterator(race.begin(), race.end(), last); it != std::sregex_iterator(); ++it) {
+    names.push_back((*it)[1]);
+  }
+  return names;
+}
+
+// A TCP client of the module's port that reassembles the pages; every wait bounded.
+class PageWatcher {
+ public:
+  explicit PageWatcher(std::uint16_t port) : Port(port) {}
+  ~PageWatcher() { platform::CloseSocket(Socket); }
+  PageWatcher(const PageWatcher&) = delete;
+  PageWatcher& operator=(const PageWatcher&) = delete;
+
+  // Reads until `done` holds for the pages so far or `seconds` pass; connects on the way.
+  template <class Done>
+  bool ReadUntil(Done done, double seconds) {
+    const auto deadline = Clock::now() + std::chrono::duration<double>(seconds);
+    while (Clock::now() < deadline) {
+      if (done(Reassembler.Completed)) return true;
+      if (Socket < 0) {
+        Socket = platform::TcpConnect("127.0.0.1", Port);
+        if (Socket < 0) {
+          std::this_thread::sleep_for(std::chrono::milliseconds(50));
+          continue;
+        }
+      }
+      if (!platform::WaitReadable(Socket, 50000)) continue;
+      BYTE chunk[16384];
+      const long got = platform::ReceiveSome(Socket, chunk, sizeof chunk);
+      if (got <= 0) {
+        platform::CloseSocket(Socket);
+        Socket = -1;
+        continue;
+      }
+      Reassembler.FeedStream(chunk, static_cast<std::size_t>(got));
+    }
+    return done(Reassembler.Completed);
+  }
+  std::size_t Count() const { return Reassembler.Completed.size(); }
+  const std::vector<ReceivedPage>& Pages() const { return Reassembler.Completed; }
+
+ private:
+  std::uint16_t Port;
+  int Socket = -1;
+  CTestReassembler Reassembler{128};
+};
+
+int CountOf(const std::string& text, const std::string& part) {
+  int count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+std::string LocalComputerText() { return platform::DottedAddress(platform::LocalIPv4Address()); }
+
+std::string Text(const ReceivedPage& page) { return std::string(page.Data.begin(), page.Data.end()); }
+bool IsResultsPage(const ReceivedPage& page) { return page.Path == "results/" && page.Name == "current.zol"; }
+
+// zolhost on a copy of the examples with its link on a free port.
+struct Installation {
+  Installation() {
+    PagePort = platform::FindFreeTcpPort();
+    LinkPort = platform::FindFreeTcpPort();
+    Ready = PagePort != 0 && LinkPort != 0 && LinkPort != PagePort && CopyExamples(AppDir, PagePort);
+  }
+  std::vector<std::string> HostArguments() const {
+    return {"--appdir", AppDir.Path(), "--data-manager-port", std::to_string(LinkPort), "--verbose"};
+  }
+  std::vector<std::string> DataManagerArguments() const {
+    return {"--connect", "127.0.0.1:" + std::to_string(LinkPort), "--race", kRace, "--race-speed", "20",
+            "--seed", "1", "--verbose"};
+  }
+  TempDir AppDir;
+  TempDir Logs;
+  std::uint16_t PagePort = 0;
+  std::uint16_t LinkPort = 0;
+  bool Ready = false;
+};
+
+}  // namespace
+
+TEST(ZolhostDataManagerEndToEnd, PagesGoOnWhenTheDataManagerIsKilledAndOneThatComesBackTakesAFreshSnapshot) {
+  Installation installation;
+  ASSERT_TRUE(installation.Ready);
+  ChildProcess host(kHost, installation.HostArguments(), installation.Logs.Path());
+  ASSERT_TRUE(host.WaitForStderr("data manager link listens on 127.0.0.1:" + std::to_string(installation.LinkPort), 20))
+      << host.Stderr();
+  TempDir firstLogs;
+  auto dataManager = std::make_unique<ChildProcess>(kDataManager, installation.DataManagerArguments(), firstLogs.Path());
+  ASSERT_TRUE(host.WaitForStderr("data manager link: peer 127.0.0.1:", 10)) << host.Stderr() << dataManager->Stderr();
+  // Connect, all data, view list: the module is live on the data manager of the link.
+  ASSERT_TRUE(host.WaitForStderr("message in: id 0x8020 from class 5", 20)) << host.Stderr() << dataManager->Stderr();
+  EXPECT_TRUE(dataManager->WaitForStderr("frame in: id 0x0002,", 5)) << dataManager->Stderr();
+
+  PageWatcher watcher(installation.PagePort);
+  const bool pages = watcher.ReadUntil([](const std::vector<ReceivedPage>& got) { return got.size() >= 5; }, 30);
+  ASSERT_TRUE(pages) << "pages received: " << watcher.Count() << "\n" << host.Stderr();
+
+  // The data manager is killed: zolhost notes the link's end and the module hears that
+  // the data manager is gone (it asks the host for all modules again).
+  const std::string getAllModules = "message out: id 0x0001 to class 0";
+  const int listedBefore = CountOf(host.Stderr(), getAllModules);
+  dataManager->Signal(SIGKILL);
+  EXPECT_TRUE(host.WaitForStderr(" disconnected", 10)) << host.Stderr();
+  EXPECT_TRUE(host.WaitForStderr("module of class 5 on computer " + LocalComputerText() + " gone", 10)) << host.Stderr();
+  const auto deadline = Clock::now() + std::chrono::seconds(10);
+  while (CountOf(host.Stderr(), getAllModules) <= listedBefore && Clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_GT(CountOf(host.Stderr(), getAllModules), listedBefore) << host.Stderr();
+  dataManager->WaitForExit(5);
+  // The sites go on with their last pages.
+  const std::size_t before = watcher.Count();
+  const bool more = watcher.ReadUntil(
+      [before](const std::vector<ReceivedPage>& got) { return got.size() >= before + 5; }, 30);
+  EXPECT_TRUE(more) << "pages before the kill " << before << ", now " << watcher.Count();
+
+  // A data manager that connects again is asked to connect and for all data afresh.
+  TempDir secondLogs;
+  dataManager = std::make_unique<ChildProcess>(kDataManager, installation.DataManagerArguments(), secondLogs.Path());
+  EXPECT_TRUE(dataManager->WaitForStderr("frame in: id 0x0000,", 10)) << dataManager->Stderr() << host.Stderr();
+  EXPECT_TRUE(dataManager->WaitForStderr("frame in: id 0x0002,", 10)) << dataManager->Stderr() << host.Stderr();
+  EXPECT_TRUE(watcher.ReadUntil(
+      [before](const std::vector<ReceivedPage>& got) { return got.size() >= before + 10; }, 30));
+
+  // zolhost ends: the link closes, and zoldatamanager ends with it, status 0.
+  host.Signal(SIGTERM);
+  const auto hostStatus = host.WaitForExit(10);
+  ASSERT_TRUE(hostStatus.has_value());
+  EXPECT_EQ(*hostStatus, 0) << host.Stderr();
+  const auto peerStatus = dataManager->WaitForExit(10);
+  ASSERT_TRUE(peerStatus.has_value()) << dataManager->Stderr();
+  EXPECT_EQ(*peerStatus, 0) << dataManager->Stderr();
+  EXPECT_NE(dataManager->Stderr().find("zolhost closed the link"), std::string::npos) << dataManager->Stderr();
+  EXPECT_EQ(host.Stderr().find("exception"), std::string::npos) << host.Stderr();
+}
+
+TEST(ZolhostDataManagerEndToEnd, ResultsPageShowsTheRaceFilesCompetitors) {
+  // What the race simulation of the stand-in brings to the pages: the results page of the
+  // active run lists the competitors of the race file.
+  Installation installation;
+  ASSERT_TRUE(installation.Ready);
+  const std::vector<std::string> names = CompetitorNames();
+  ASSERT_FALSE(names.empty());
+  ChildProcess host(kHost, installation.HostArguments(), installation.Logs.Path());
+  ASSERT_TRUE(host.WaitForStderr("data manager link listens on", 20)) << host.Stderr();
+  TempDir peerLogs;
+  ChildProcess dataManager(kDataManager, installation.DataManagerArguments(), peerLogs.Path());
+  PageWatcher watcher(installation.PagePort);
+  std::string lastSeen = "(none)";
+  const bool filled = watcher.ReadUntil(
+      [&](const std::vector<ReceivedPage>& got) {
+        for (auto page = got.rbegin(); page != got.rend(); ++page) {
+          if (!IsResultsPage(*page)) continue;
+          lastSeen = Text(*page);
+          // In a cell of a table row, not anywhere in the text.
+          return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+            return std::regex_search(lastSeen, std::regex("<zol_rd>[^<]*" + name + "[^<]*</zol_rd>"));
+          });
+        }
+        return false;
+      },
+      60);
+  EXPECT_TRUE(filled) << "no results/current.zol with a competitor's name; last seen:\n"
+                      << lastSeen << "\n"
+                      << host.Stderr();
+  host.Signal(SIGTERM);
+  EXPECT_EQ(host.WaitForExit(10), std::optional<int>(0));
+  EXPECT_EQ(dataManager.WaitForExit(10), std::optional<int>(0)) << dataManager.Stderr();
+}
+
+TEST(ZolhostDataManagerProcess, SecondDataManagerIsTurnedAwayAndEndsWithZero) {
+  Installation installation;
+  ASSERT_TRUE(installation.Ready);
+  ChildProcess host(kHost, installation.HostArguments(), installation.Logs.Path());
+  ASSERT_TRUE(host.WaitForStderr("data manager link listens on", 20)) << host.Stderr();
+  TempDir firstLogs;
+  ChildProcess first(kDataManager, installation.DataManagerArguments(), firstLogs.Path());
+  ASSERT_TRUE(first.WaitForStderr("frame in: id 0x0002,", 10)) << first.Stderr() << host.Stderr();
+  TempDir secondLogs;
+  ChildProcess second(kDataManager, installation.DataManagerArguments(), secondLogs.Path());
+  // zolhost accepts and closes it at once: it ends as when zolhost closes the link.
+  const auto status = second.WaitForExit(10);
+  ASSERT_TRUE(status.has_value()) << second.Stderr();
+  EXPECT_EQ(*status, 0) << second.Stderr();
+  EXPECT_TRUE(host.WaitForStderr(" refused: data manager 127.0.0.1:", 5)) << host.Stderr();
+  EXPECT_TRUE(first.Running());
+  host.Signal(SIGTERM);
+  EXPECT_EQ(host.WaitForExit(10), std::optional<int>(0));
+  EXPECT_EQ(first.WaitForExit(10), std::optional<int>(0)) << first.Stderr();
+}
+
+TEST(ZolhostDataManagerProcess, ZoldatamanagerEndsWithZeroOnSigterm) {
+  Installation installation;
+  ASSERT_TRUE(installation.Ready);
+  ChildProcess host(kHost, installation.HostArguments(), installation.Logs.Path());
+  ASSERT_TRUE(host.WaitForStderr("data manager link listens on", 20)) << host.Stderr();
+  TempDir peerLogs;
+  ChildProcess dataManager(kDataManager, installation.DataManagerArguments(), peerLogs.Path());
+  ASSERT_TRUE(dataManager.WaitForStderr("frame in: id 0x0002,", 10)) << dataManager.Stderr() << host.Stderr();
+  dataManager.Signal(SIGTERM);
+  EXPECT_EQ(dataManager.WaitForExit(5), std::optional<int>(0)) << dataManager.Stderr();
+  EXPECT_TRUE(host.WaitForStderr("module of class 5 on computer " + LocalComputerText() + " gone", 10)) << host.Stderr();
+  host.Signal(SIGINT);
+  EXPECT_EQ(host.WaitForExit(10), std::optional<int>(0));
+}
+
+TEST(ZolhostDataManagerProcess, ZoldatamanagerThatCannotConnectExitsOne) {
+  TempDir logs;
+  const std::uint16_t nobody = platform::FindFreeTcpPort();
+  ASSERT_NE(nobody, 0);
+  std::string err;
+  const auto status =
+      RunToEnd(kDataManager, {"--connect", "127.0.0.1:" + std::to_string(nobody), "--race", kRace}, logs.Path(), 10,
+               nullptr, &err);
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(*status, 1);
+  EXPECT_NE(err.find("cannot connect to zolhost at 127.0.0.1:"), std::string::npos) << err;
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+}
+
+TEST(ZolhostDataManagerProcess, ZoldatamanagerBadArgumentsAreOneLineAndExitTwo) {
+  TempDir logs;
+  const std::string broken = logs.Write("race.json", "{ \"track\": ");
+  const std::vector<std::vector<std::string>> cases = {
+      {},
+      {"--race", kRace},
+      {"--connect", "127.0.0.1:1"},
+      {"--connect", "localhost:80", "--race", kRace},
+      {"--connect", "127.0.0.1:0", "--race", kRace},
+      {"--connect", "127.0.0.1:1", "--race", kRace, "--race-speed", "0"},
+      {"--connect", "127.0.0.1:1", "--race", kRace, "--race-speed", "fast"},
+      {"--connect", "127.0.0.1:1", "--race", kRace, "--seed", "-1"},
+      {"--connect", "127.0.0.1:1", "--race", kRace, "--seed"},
+      {"--connect", "127.0.0.1:1", "--race", kRace, "--bogus"},
+      {"--connect", "127.0.0.1:1", "--race", broken},
+  };
+  for (const auto& arguments : cases) {
+    std::string err;
+    const auto status = RunToEnd(kDataManager, arguments, logs.Path(), 10, nullptr, &err);
+    ASSERT_TRUE(status.has_value());
+    std::string joined;
+    for (const auto& argument : arguments) joined += argument + " ";
+    EXPECT_EQ(*status, 2) << joined << "\n" << err;
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << joined << "\n" << err;
+    EXPECT_EQ(err.rfind("zoldatamanager: ", 0), 0u) << err;
+  }
+}
+
+TEST(ZolhostDataManagerProcess, ZoldatamanagerHelpExplainsEveryOption) {
+  TempDir logs;
+  std::string out;
+  const auto status = RunToEnd(kDataManager, {"--help"}, logs.Path(), 10, &out);
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(*status, 0);
+  for (const char* option : {"--connect", "--race", "--race-speed", "--seed", "--race-loop", "--verbose", "--help"}) {
+    EXPECT_NE(out.find(option), std::string::npos) << option;
+  }
+}
+
+TEST(ZolhostDataManagerProcess, ZolhostHelpExplainsTheLinkAndRaceOptions) {
+  TempDir logs;
+  std::string out;
+  const auto status = RunToEnd(kHost, {"--help"}, logs.Path(), 10, &out);
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(*status, 0);
+  for (const char* option :
+       {"--data-manager-port", "--data-manager-listen", "--race-speed", "--seed", "--race-loop", "--race "}) {
+    EXPECT_NE(out.find(option), std::string::npos) << option;
+  }
+}
+
+TEST(ZolhostDataManagerProcess, ZolhostBadLinkAndRaceValuesAreOneLineAndExitTwo) {
+  TempDir logs;
+  const std::vector<std::vector<std::string>> cases = {
+      {"--data-manager-port", "0"},
+      {"--data-manager-port", "65536"},
+      {"--data-manager-port", "80x"},
+      {"--data-manager-port"},
+      {"--data-manager-listen", "127.0.0.1"},
+      {"--data-manager-listen", "example:5000"},
+      {"--data-manager-listen", "127.0.0.1:0"},
+      {"--race-speed", "0"},
+      {"--race-speed", "-2"},
+      {"--race-speed", "inf"},
+      {"--seed", "x"},
+      {"--seed", "4294967296"},
+  };
+  for (const auto& arguments : cases) {
+    std::string err;
+    std::vector<std::string> full = {"--appdir", logs.Path()};
+    full.insert(full.end(), arguments.begin(), arguments.end());
+    const auto status = RunToEnd(kHost, full, logs.Path(), 10, nullptr, &err);
+    ASSERT_TRUE(status.has_value());
+    EXPECT_EQ(*status, 2) << arguments[0] << "\n" << err;
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << arguments[0] << "\n" << err;
+  }
+}
+
+TEST(ZolhostDataManagerProcess, ZolhostWithABusyLinkPortIsOneLineAndExitTwo) {
+  TempDir logs;
+  const int holder = platform::OpenTcpSocket();
+  ASSERT_GE(holder, 0);
+  ASSERT_TRUE(platform::BindAddress(holder, "127.0.0.1", 0));
+  ASSERT_TRUE(platform::Listen(holder, 1));
+  const std::uint16_t busy = platform::LocalPort(holder);
+  std::string err;
+  const auto status =
+      RunToEnd(kHost, {"--appdir", logs.Path(), "--data-manager-port", std::to_string(busy)}, logs.Path(), 10, nullptr, &err);
+  platform::CloseSocket(holder);
+  ASSERT_TRUE(status.has_value());
+  EXPECT_EQ(*status, 2) << err;
+  EXPECT_NE(err.find("cannot listen for the data manager on 127.0.0.1:" + std::to_string(busy)), std::string::npos) << err;
+  // The module's name comes first; the busy port is the one line after it.
+  EXPECT_EQ(err.find("Starting TCP"), std::string::npos) << err;
+}
