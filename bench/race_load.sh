@@ -105,7 +105,7 @@ echo
 kill -TERM "$host_pid"
 wait "$host_pid" || true
 host_pid=
-lag=$(sed -n 's/.*largest timer lag \([0-9]*\) ms.*/\1/p' "$work/host.log" | tail -n 1)
+lag=$(sed -n 's/.*largest timer lag \([0-9.]*\) ms.*/\1/p' "$work/host.log" | tail -n 1)
 if [ -z "$first_race" ] || [ -z "$lag" ]; then
   echo "race_load: no race time on the information page or no timer report from zolhost" >&2
   tail -n 5 "$work/host.log" >&2
@@ -114,8 +114,8 @@ fi
 python3 - "$first_race" "$first_wall" "$last_race" "$last_wall" "$speed" "$lag" <<'PY'
 import sys
 first_race, first_wall, last_race, last_wall = (float(v) for v in sys.argv[1:5])
-speed, lag = float(sys.argv[5]), int(sys.argv[6])
+speed, lag = float(sys.argv[5]), float(sys.argv[6])
 ratio = (last_race - first_race) / max(last_wall - first_wall, 1e-9)
 print("race time over wall time: %.1f (asked for %.0f; ratio %.2f)" % (ratio, speed, ratio / speed))
-print("largest lag of the timer tick: %d ms (%s)" % (lag, "keeps up" if lag < 1000 else "falls behind"))
+print("largest lag of the timer tick: %.1f ms (%s)" % (lag, "keeps up" if lag < 1000 else "falls behind"))
 PY

@@ -9,9 +9,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <set>
 #include <string>
@@ -21,46 +18,17 @@
 #include "frame/platform/Interfaces.h"
 #include "frame/platform/Sockets.h"
 #include "testing/ChildProcess.h"
+#include "testing/ExampleInstallation.h"
 #include "testing/PageReassembler.h"
 #include "testing/TempDir.h"
 
 namespace {
 
-namespace fs = std::filesystem;
+const std::string& kRace = kExampleRace;
 using Clock = std::chrono::steady_clock;
 
 const std::string kHost = std::string(ZOL_BINARY_DIR) + "/zolhost";
 const std::string kDataManager = std::string(ZOL_BINARY_DIR) + "/zoldatamanager";
-const std::string kExamples = std::string(ZOL_SOURCE_DIR) + "/examples";
-const std::string kRace = kExamples + "/race.json";
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-}
-
-// The example application directory, copied, with its TCP port moved to `port`.
-bool CopyExamples(const TempDir& appdir, std::uint16_t port) {
-  fs::copy(fs::path(kExamples) / "site", fs::path(appdir.Path()) / "site", fs::copy_options::recursive);
-  std::string settings = ReadFile(kExamples + "/Config/ZOLServer.ini");
-  const std::string line = "port=51000";
-  const auto at = settings.find(line);
-  if (at == std::string::npos) return false;
-  settings.replace(at, line.size(), "port=" + std::to_string(port));
-  appdir.Write("Config/ZOLServer.ini", settings);
-  return true;
-}
-
-// The last names of the race file's competitors.
-std::vector<std::string> CompetitorNames() {
-  const std::string race = ReadFile(kRace);
-  const std::regex last("\"last\"\\s*:\\s*\"([^\"]+)\"");
-  std::vector<std::string> names;
-  for (auto it = std::sregex_iterator(race.begin(), race.end(), last); it != std::sregex_iterator(); ++it) {
-    names.push_back((*it)[1]);
-  }
-  return names;
-}
 
 // A TCP client of the module's port that reassembles the pages; every wait bounded.
 class PageWatcher {
@@ -199,7 +167,7 @@ TEST(ZolhostDataManagerEndToEnd, ResultsPageShowsTheRaceFilesCompetitors) {
   // active run lists the competitors of the race file.
   Installation installation;
   ASSERT_TRUE(installation.Ready);
-  const std::vector<std::string> names = CompetitorNames();
+  const std::vector<std::string> names = RaceCompetitorNames(kRace);
   ASSERT_FALSE(names.empty());
   ChildProcess host(kHost, installation.HostArguments(), installation.Logs.Path());
   ASSERT_TRUE(host.WaitForStderr("data manager link listens on", 20)) << host.Stderr();

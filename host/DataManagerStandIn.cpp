@@ -178,24 +178,9 @@ void CDataManagerStandIn::SendChanges(DWORD viewID, ServedView& view, std::vecto
   if (!changed.Rows.empty()) out.push_back(Address(ViewEncoder::ModifyRows(viewID, view.Types, changed)));
 }
 
-CModuleMessage* CDataManagerStandIn::ModifyRunFlags(DWORD runID, WORD flags) const {
-  const CRun& held = *Model->Runs.at(runID);
-  CRun run(nullptr);
-  run.UniqueID = held.UniqueID;
-  run.Tag = held.Tag;
+CModuleMessage* CDataManagerStandIn::ModifyRunFlags(DWORD runID, WORD flags) {
+  CRun& run = *Model->Runs.at(runID);
   run.Flags = flags;
-  run.EventID = held.EventID;
-  run.Name = held.Name;
-  run.RunParam1 = held.RunParam1;
-  run.RunParam2 = held.RunParam2;
-  run.StartTime = held.StartTime;
-  run.EndTime = held.EndTime;
-  run.RunType = held.RunType;
-  run.Name2 = held.Name2;
-  run.RunParam3 = held.RunParam3;
-  run.RunParam4 = held.RunParam4;
-  run.FieldValues = held.FieldValues;
-  run.Parameters = held.Parameters;
   return Address(DataEncoder::ModifyRun(run));
 }
 
@@ -208,13 +193,18 @@ void CDataManagerStandIn::SendActiveRun(std::vector<CModuleMessage*>& out) {
   const DWORD newID = kRaceRunBit | Race->Runs[active].ID;
   AnnouncedActiveRun = active;
   AnnouncedRound = Meeting->Round();
-  CRun& oldRun = *Model->Runs.at(oldID);
-  CRun& newRun = *Model->Runs.at(newID);
-  oldRun.Flags = static_cast<WORD>(oldRun.Flags & ~kRunActive);
-  newRun.Flags = static_cast<WORD>(newRun.Flags | kRunActive);
-  if (!Connected) return;
-  if (oldID != newID) out.push_back(ModifyRunFlags(oldID, oldRun.Flags));
-  out.push_back(ModifyRunFlags(newID, newRun.Flags));
+  const WORD oldFlags = static_cast<WORD>(Model->Runs.at(oldID)->Flags & ~kRunActive);
+  const WORD newFlags = static_cast<WORD>(Model->Runs.at(newID)->Flags | kRunActive);
+  CModuleMessage* leaving = oldID != newID ? ModifyRunFlags(oldID, oldFlags) : nullptr;
+  CModuleMessage* coming = ModifyRunFlags(newID, newFlags);
+  // The data held for snapshots follows in any case; the module hears it only when connected.
+  if (!Connected) {
+    delete leaving;
+    delete coming;
+    return;
+  }
+  if (leaving != nullptr) out.push_back(leaving);
+  out.push_back(coming);
 }
 
 std::vector<CModuleMessage*> CDataManagerStandIn::AdvanceRaceTime(KVTTIME raceTime) {

@@ -54,8 +54,9 @@ class CDataManagerStandIn {
   BOOL IsConnected() const { return Connected; }
   const CBaseDataComm& GetModel() const { return *Model; }
   const std::vector<std::string>& GetViewNames() const { return ViewNames; }
-  // Message 66 for a run of the race, its flags replaced by `flags`.
-  CModuleMessage* ModifyRunFlags(DWORD runID, WORD flags) const;
+  // Message 66 for a run of the race, its flags replaced by `flags` (also in the data
+  // that later snapshots carry).
+  CModuleMessage* ModifyRunFlags(DWORD runID, WORD flags);
   // The meeting being played; null before a race is loaded.
   const CRaceSimulation* GetMeeting() const { return Meeting.get(); }
 

@@ -87,7 +87,7 @@ CModuleMessage* CScriptedDataManager::ModifyRows(const std::string& name, DWORD 
   return Addressed(ViewEncoder::ModifyRows(viewID, ViewEncoder::ColumnTypes(view.Columns), block));
 }
 
-CModuleMessage* CScriptedDataManager::ModifyRunFlags(DWORD runID, WORD flags) const {
+CModuleMessage* CScriptedDataManager::ModifyRunFlags(DWORD runID, WORD flags) {
   std::lock_guard<std::mutex> guard(Lock);
   return Addressed(StandIn.ModifyRunFlags(runID, flags));
 }

@@ -62,8 +62,9 @@ class CScriptedDataManager : public CHostPeer {
   // replace the scripted rows of the same row IDs, so that a later request sees them.
   CModuleMessage* ModifyRows(const std::string& name, DWORD uniqueID, DWORD viewID,
                              const std::vector<ViewRowValues>& rows);
-  // Message 66 for a run of the race, its flags replaced by `flags`.
-  CModuleMessage* ModifyRunFlags(DWORD runID, WORD flags) const;
+  // Message 66 for a run of the race, its flags replaced by `flags` (also in the data
+  // that later snapshots carry).
+  CModuleMessage* ModifyRunFlags(DWORD runID, WORD flags);
 
  private:
   using ViewKey = std::pair<std::string, DWORD>;
