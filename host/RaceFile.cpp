@@ -282,11 +282,13 @@ std::unique_ptr<CBaseDataComm> BuildModel(const json& file, const RaceDescriptio
     for (std::size_t i = 0; i < list.size(); ++i) {
       const std::string at = Element("txtranslations", i);
       ObjectAt(list[i], at);
+      // Read before anything is made, so that a fault leaves nothing behind.
+      const auto number = static_cast<DWORD>(
+          WholeAt(Required(list[i], "transponder", at), Member(at, "transponder"), 1, 0x1FFFFFFF));
+      const std::string text = OptionalText(list[i], "text", at);
       auto* record = new CBaseTxTranslation;
-      record->UniqueID = static_cast<DWORD>(WholeAt(Required(list[i], "transponder", at), Member(at, "transponder"), 1,
-                                                    0x1FFFFFFF)) &
-                         kTransponderNumberMask;
-      record->Text = OptionalText(list[i], "text", at);
+      record->UniqueID = number & kTransponderNumberMask;
+      record->Text = text;
       delete model->TxTranslations[record->UniqueID];
       model->TxTranslations[record->UniqueID] = record;
     }
