@@ -92,6 +92,8 @@ build build-tsan -DZOL_SANITIZE=thread -DZOL_BUILD_BENCH=OFF "-DZOL_TEST_MATCHIN
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   run_ctest build-tsan -R "$threaded" || status=1
 
+# Seconds each fuzz target runs; scripts/fuzz.sh runs one longer.
+fuzz_seconds=20
 fuzz_sources=$(find frame distribution site data views web host client -name '*_fuzz.cpp' 2>/dev/null | sort)
 if [ -n "$fuzz_sources" ]; then
   stage "build build-fuzz"
@@ -114,8 +116,8 @@ if [ -n "$fuzz_sources" ]; then
       kept=("testing/fuzz-corpus/$name")
       kept_count=$(ls "testing/fuzz-corpus/$name" | wc -l)
     fi
-    echo "== fuzzing $name for 30 seconds ($(ls "$corpus" | wc -l) seeds, $kept_count kept inputs)"
-    if ASAN_OPTIONS=detect_leaks=1 "build-fuzz/bin/$name" -max_total_time=30 -rss_limit_mb=2048 \
+    echo "== fuzzing $name for $fuzz_seconds seconds ($(ls "$corpus" | wc -l) seeds, $kept_count kept inputs)"
+    if ASAN_OPTIONS=detect_leaks=1 "build-fuzz/bin/$name" -max_total_time=$fuzz_seconds -rss_limit_mb=2048 \
         -print_final_stats=0 "$corpus" "${kept[@]}" >"$log" 2>&1; then
       passed=$((passed + 1))
       tail -n 2 "$log"
