@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Builds the module, the host and the client; runs zolhost on the example application
 # directory with a stand-in data manager playing the example meeting at twelve times real
-# speed, over and over; lets a zolclient receive the whole example site once; then keeps
-# zolhost running until Ctrl-C, the pages filling with live results.
+# speed, over and over, and its administration pages on http://127.0.0.1:8080/ (when that
+# port is taken, zolhost says so in one line and runs without them); lets a zolclient
+# receive the whole example site once; then keeps zolhost running until Ctrl-C, the pages
+# filling with live results.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -33,4 +35,11 @@ and look at /tmp/live/results/current.zol (the results of the run on track, laps
 up), /tmp/live/results/runinformation.zol (flag, race time, time to go, leader),
 /tmp/live/results/announcements.zol and /tmp/live/_site1.info (the clock of page 0).
 TEXT
+if grep -q -- '--no-web\|--web' <<<"$*"; then
+  echo "The administration pages: see zolhost's lines above."
+else
+  echo "The administration pages (ports, sites, page editor) in a browser:"
+  echo "  http://127.0.0.1:8080/zol/_server/index.html"
+  echo "  (unless zolhost said above that port 8080 is taken; then pass --web 127.0.0.1:PORT)"
+fi
 wait "$host"

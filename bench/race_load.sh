@@ -66,7 +66,7 @@ port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); p
 cp -r examples/Config examples/site "$work/"
 sed -i "s/^port=51000\$/port=$port/" "$work/Config/ZOLServer.ini"
 
-"$build/bin/zolhost" --appdir "$work" --race "$work/race.json" --race-speed "$speed" --seed 1 \
+"$build/bin/zolhost" --appdir "$work" --no-web --race "$work/race.json" --race-speed "$speed" --seed 1 \
   2> "$work/host.log" &
 host_pid=$!
 race_seconds=$((minutes * 60))

@@ -112,6 +112,9 @@ BOOL CZOLTCPIPServer::StartListen() {
     InfoLine2 = "IP: " + platform::DottedAddress(package != nullptr ? package->LocalAddress : 0);
     ListenSocket = platform::OpenTcpSocket();
     if (ListenSocket < 0) return FALSE;
+    // Connections closed by a stop linger on the port for a while; a restart must not
+    // wait for them. (Two listeners on one port are still refused.)
+    platform::SetReuseAddress(ListenSocket, true);
     // A failed bind is a failed listen: listening on an unbound socket would pick some
     // other port by itself.
     const bool bound = platform::BindAnyAddress(ListenSocket, static_cast<std::uint16_t>(Port));

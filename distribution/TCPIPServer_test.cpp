@@ -316,6 +316,24 @@ TEST(TCPIPServerPort, ATakenPortLeavesTheServerNotRunningAndStartReturns) {
   platform::CloseSocket(holder);
 }
 
+TEST(TCPIPServerPort, AStoppedPortWhoseClientWasConnectedStartsAgainAtOnce) {
+  PacketSizeScope size(128);
+  RunningServer running;
+  ASSERT_TRUE(running.WaitRunning());
+  Reader reader(running.Port, 1);
+  ASSERT_TRUE(reader.Connected());
+  ASSERT_TRUE(running.WaitClients(1));
+  reader.Begin();
+  auto page = BuiltPage(1, std::vector<BYTE>(500, 'x'));
+  running.Server->UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+  reader.Join();
+  // The server closes the connection first, so its side waits out the close on the port.
+  running.Server->Stop();
+  running.Server->Start();
+  EXPECT_TRUE(running.WaitRunning()) << "the port must take its number again while the old connection winds down";
+  running.Server->Stop();
+}
+
 TEST(TCPIPServerPort, TheListenBacklogIsTen) {
   EXPECT_EQ(CZOLTCPIPServer::kListenBacklog, 10);
   RunningServer running;

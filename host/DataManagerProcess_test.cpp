@@ -91,7 +91,7 @@ struct Installation {
     Ready = PagePort != 0 && LinkPort != 0 && LinkPort != PagePort && CopyExamples(AppDir, PagePort);
   }
   std::vector<std::string> HostArguments() const {
-    return {"--appdir", AppDir.Path(), "--data-manager-port", std::to_string(LinkPort), "--verbose"};
+    return {"--appdir", AppDir.Path(), "--no-web", "--data-manager-port", std::to_string(LinkPort), "--verbose"};
   }
   std::vector<std::string> DataManagerArguments() const {
     return {"--connect", "127.0.0.1:" + std::to_string(LinkPort), "--race", kRace, "--race-speed", "20",

@@ -71,7 +71,7 @@ TEST(EndToEndTcp, ThreeClientsGetEverySiteFileAndTheServerDropsTheOneThatWasKill
   for (int i = 0; i < 2; ++i) clients.push_back(startClient(work.Path() + "/out" + std::to_string(i), "90"));
   auto doomed = startClient(work.Path() + "/doomed", "90");
 
-  ChildProcess host(kHost, {"--appdir", appdir.Path()}, work.Path());
+  ChildProcess host(kHost, {"--appdir", appdir.Path(), "--no-web"}, work.Path());
   ASSERT_TRUE(host.WaitForStderr("Starting TCP/IP server (Port " + std::to_string(port) + ").", 20)) << host.Stderr();
   // Killed mid-stream: after its first page, while the large ones are still coming.
   ASSERT_TRUE(doomed->WaitForStdout("site 1 page", 30)) << doomed->Stderr();

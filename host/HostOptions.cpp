@@ -89,6 +89,16 @@ std::string HostUsage() {
          "                     (e.g. zoldatamanager); one at a time\n"
          "  --data-manager-listen ADDR:PORT\n"
          "                     the same on another IPv4 address (0.0.0.0: every address)\n"
+         "  --web ADDR:PORT    serve the administration pages over HTTP on this IPv4 address\n"
+         "                     and port (default 127.0.0.1:8080), at\n"
+         "                     http://ADDR:PORT/zol/_server/index.html; without --web a\n"
+         "                     port that is taken is logged and zolhost goes on without them\n"
+         "  --no-web           no web server\n"
+         "  --web-password-file FILE\n"
+         "                     HTTP basic authentication with the one line user:password of\n"
+         "                     FILE; needed for any address but loopback (127.x.x.x)\n"
+         "                     The web server refuses forms sent from another site (403),\n"
+         "                     request bodies over 1 MB (413) and paths with \"..\" (400).\n"
          "  --verbose          log every message in and out with ID, class and payload size\n"
          "  --help             show this text\n";
 }
@@ -150,6 +160,18 @@ std::optional<HostOptions> ParseHostOptions(const std::vector<std::string>& argu
         error = "bad --data-manager-listen '" + text + "': expected ADDR:PORT, an IPv4 address and a port from 1 to 65535";
         return std::nullopt;
       }
+    } else if (argument == "--web") {
+      std::string text;
+      if (!value(text)) return std::nullopt;
+      if (!ParseAddressAndPort(text, options.WebAddress, options.WebPort)) {
+        error = "bad --web '" + text + "': expected ADDR:PORT, an IPv4 address and a port from 1 to 65535";
+        return std::nullopt;
+      }
+      options.WebGiven = true;
+    } else if (argument == "--no-web") {
+      options.WebEnabled = false;
+    } else if (argument == "--web-password-file") {
+      if (!value(options.WebPasswordFile)) return std::nullopt;
     } else if (argument == "--code-page") {
       if (!value(options.CodePage)) return std::nullopt;
     } else if (argument == "--com") {
@@ -163,6 +185,13 @@ std::optional<HostOptions> ParseHostOptions(const std::vector<std::string>& argu
       error = "unknown option '" + argument + "' (see --help)";
       return std::nullopt;
     }
+  }
+  std::uint32_t webAddress = 0;
+  if (options.WebEnabled && options.WebPasswordFile.empty() &&
+      (!platform::ParseDottedAddress(options.WebAddress, webAddress) || !platform::IsLoopbackAddress(webAddress))) {
+    error = "--web " + options.WebAddress + ":" + std::to_string(options.WebPort) +
+            " is not a loopback address: give --web-password-file too, so that the pages are not open to the network";
+    return std::nullopt;
   }
   return options;
 }

@@ -21,6 +21,14 @@ struct HostOptions {
   // process (port 0: no link).
   std::string DataManagerAddress = "127.0.0.1";
   std::uint16_t DataManagerPort = 0;
+  // The web server of the administration pages: on unless WebEnabled is false; WebGiven
+  // when --web named the address (a port taken is then an error, not a note).
+  bool WebEnabled = true;
+  bool WebGiven = false;
+  std::string WebAddress = "127.0.0.1";
+  std::uint16_t WebPort = 8080;
+  // One line user:password; turns on basic authentication.
+  std::string WebPasswordFile;
   bool Verbose = false;
   bool Help = false;
 };

@@ -127,6 +127,15 @@ void CModuleHost::Stop() {
     Module = nullptr;
   }
   std::lock_guard<std::mutex> guard(Lock);
+  // Callers still waiting for a job are told at once that it will not run.
+  for (QueuedMessage& entry : Queue) {
+    if (entry.Kind != QueuedKind::Call) continue;
+    {
+      std::lock_guard<std::mutex> callGuard(entry.Call->Lock);
+      entry.Call->Finished = true;
+    }
+    entry.Call->Done.notify_all();
+  }
   Queue.clear();
 }
 
@@ -154,6 +163,40 @@ void CModuleHost::PostFromPeer(WORD peerClass, CModuleMessage* message) {
   Wake.notify_all();
 }
 
+bool CModuleHost::RunOnMessageThread(std::function<void(CBaseModule&)> job, std::chrono::milliseconds limit) {
+  auto call = std::make_shared<CallState>();
+  call->Job = std::move(job);
+  {
+    std::lock_guard<std::mutex> guard(Lock);
+    if (Stopping || Module == nullptr) return false;
+    QueuedMessage entry;
+    entry.Kind = QueuedKind::Call;
+    entry.Call = call;
+    Queue.push_back(std::move(entry));
+  }
+  Wake.notify_all();
+  std::unique_lock<std::mutex> guard(call->Lock);
+  if (call->Done.wait_for(guard, limit, [&] { return call->Finished; })) return call->Started;
+  // Not started in time: it is left out. Started but not done: its objects are shared,
+  // so the caller may go.
+  if (!call->Started) call->Abandoned = true;
+  return false;
+}
+
+void CModuleHost::RunCall(CallState& call) {
+  {
+    std::lock_guard<std::mutex> guard(call.Lock);
+    if (call.Abandoned) return;
+    call.Started = true;
+  }
+  CallModule("a web request", [&] { call.Job(*Module); });
+  {
+    std::lock_guard<std::mutex> guard(call.Lock);
+    call.Finished = true;
+  }
+  call.Done.notify_all();
+}
+
 int CModuleHost::TimerInterval() const {
   std::lock_guard<std::mutex> guard(Lock);
   return Interval;
@@ -173,6 +216,20 @@ void CModuleHost::RunMessageThread() {
   }
   std::unique_lock<std::mutex> guard(Lock);
   while (!Stopping) {
+    // A due tick goes before the queue, so that a flood of messages cannot hold the
+    // module's timer back.
+    if (Interval > 0 && Clock::now() >= nextTick) {
+      const auto late = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - nextTick);
+      LargestLag = std::max(LargestLag, late);
+      ++Ticks;
+      nextTick += std::chrono::milliseconds(Interval);
+      // After a long stall the timer goes on from now rather than catching up.
+      if (nextTick < Clock::now()) nextTick = Clock::now() + std::chrono::milliseconds(Interval);
+      guard.unlock();
+      CallModule("OnTimer", [&] { Module->OnTimer(); });
+      guard.lock();
+      continue;
+    }
     if (!Queue.empty()) {
       QueuedMessage next = std::move(Queue.front());
       Queue.pop_front();
@@ -196,16 +253,13 @@ void CModuleHost::RunMessageThread() {
       continue;
     }
     const bool peerFirst = anyPeerTimer && nextPeerTimer < nextTick;
-    if (Wake.wait_until(guard, peerFirst ? nextPeerTimer : nextTick) == std::cv_status::timeout && !peerFirst) {
-      ++Ticks;
-      nextTick += std::chrono::milliseconds(Interval);
-      // After a long stall the timer goes on from now rather than catching up.
-      if (nextTick < Clock::now()) nextTick = Clock::now() + std::chrono::milliseconds(Interval);
-      guard.unlock();
-      CallModule("OnTimer", [&] { Module->OnTimer(); });
-      guard.lock();
-    }
+    Wake.wait_until(guard, peerFirst ? nextPeerTimer : nextTick);
   }
+}
+
+std::chrono::microseconds CModuleHost::LargestTimerLag() const {
+  std::lock_guard<std::mutex> guard(Lock);
+  return LargestLag;
 }
 
 void CModuleHost::Handle(QueuedMessage next) {
@@ -221,6 +275,9 @@ void CModuleHost::Handle(QueuedMessage next) {
       break;
     case QueuedKind::PeerWent:
       PeerWent(next.Handle);
+      break;
+    case QueuedKind::Call:
+      RunCall(*next.Call);
       break;
   }
 }

@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -64,8 +65,18 @@ class CModuleHost : public CSendTarget {
   // message is freed unread.
   void PostFromPeer(WORD peerClass, CModuleMessage* message);
 
+  // Runs `job` with the module on the message thread, in order with everything queued
+  // before, and waits for its end at most `limit`. True once it ran (an exception that
+  // left it is logged); false when it did not start within the limit (it is then left
+  // out) or the host stopped. Safe from any thread but the message thread. What the job
+  // touches must outlive an abandoned wait: capture it by shared pointer.
+  bool RunOnMessageThread(std::function<void(CBaseModule&)> job, std::chrono::milliseconds limit);
+
   int TimerInterval() const;
   std::uint64_t TimerTicks() const;
+  // How late the module's timer call came at worst after its due time: a measure of
+  // whether the message thread keeps up.
+  std::chrono::microseconds LargestTimerLag() const;
 
  private:
   // A peer the module has been told of, with its timer.
@@ -77,16 +88,27 @@ class CModuleHost : public CSendTarget {
   };
   // What the message thread handles, in order of arrival: messages the module sent,
   // messages peers posted for it, peers that come and go.
-  enum class QueuedKind { FromModule, FromPeer, PeerCame, PeerWent };
+  enum class QueuedKind { FromModule, FromPeer, PeerCame, PeerWent, Call };
+  // A job of RunOnMessageThread and the state its caller waits on.
+  struct CallState {
+    std::function<void(CBaseModule&)> Job;
+    std::mutex Lock;
+    std::condition_variable Done;
+    bool Started = false;
+    bool Finished = false;
+    bool Abandoned = false;
+  };
   struct QueuedMessage {
     std::unique_ptr<CModuleMessage> Message;
     QueuedKind Kind = QueuedKind::FromModule;
     std::shared_ptr<CHostPeer> Peer;
     int Handle = 0;
+    std::shared_ptr<CallState> Call;
   };
 
   void RunMessageThread();
   void Handle(QueuedMessage next);
+  void RunCall(CallState& call);
   // Runs the timers of the peers that are due; the earliest next deadline of a peer
   // (the largest time point when no peer has a timer).
   std::chrono::steady_clock::time_point RunDuePeerTimers(std::chrono::steady_clock::time_point now);
@@ -122,6 +144,7 @@ class CModuleHost : public CSendTarget {
   int NextHandle = 1;
   int Interval = 0;
   std::uint64_t Ticks = 0;
+  std::chrono::microseconds LargestLag{0};
   bool Stopping = false;
   std::thread MessageThread;
 };

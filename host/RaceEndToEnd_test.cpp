@@ -67,7 +67,7 @@ TEST(ZolhostRaceEndToEnd, TheExampleMeetingFillsTheResultsPageVersionAfterVersio
   const std::uint16_t port = platform::FindFreeTcpPort();
   ASSERT_NE(port, 0);
   ASSERT_TRUE(CopyExamples(appdir, port));
-  ChildProcess host(kHost, {"--appdir", appdir.Path(), "--race", kExampleRace, "--race-speed", "20", "--seed", "1"},
+  ChildProcess host(kHost, {"--appdir", appdir.Path(), "--no-web", "--race", kExampleRace, "--race-speed", "20", "--seed", "1"},
                     logs.Path());
   ASSERT_TRUE(host.WaitForStderr("timer: every 200 ms", 20)) << host.Stderr();
   TempDir received;

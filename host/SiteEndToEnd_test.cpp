@@ -81,7 +81,7 @@ TEST(SiteEndToEnd, LateClientReceivesTheWholeExampleSiteWithinTheLongestRepeatPl
   ASSERT_EQ(expected.GetParameter("pagecount"), std::to_string(pages.size()));
 
   TempDir work;
-  ChildProcess host(kHost, {"--appdir", appdir.Path()}, work.Path());
+  ChildProcess host(kHost, {"--appdir", appdir.Path(), "--no-web"}, work.Path());
   ASSERT_TRUE(host.WaitForStderr("Starting TCP/IP server (Port " + std::to_string(port) + ").", 20)) << host.Stderr();
   ASSERT_TRUE(host.WaitForStderr("Settings ", 20)) << host.Stderr();
 

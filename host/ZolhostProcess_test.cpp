@@ -25,7 +25,7 @@ unsigned long TicksReported(const std::string& log) {
 
 TEST(ZolhostProcess, RunsOnTheExamplesTicksAsAskedAndEndsOnSigterm) {
   TempDir logs;
-  ChildProcess host(kHost, {"--appdir", kExamples, "--verbose"}, logs.Path());
+  ChildProcess host(kHost, {"--appdir", kExamples, "--no-web", "--verbose"}, logs.Path());
   ASSERT_TRUE(host.WaitForStderr("timer: every 200 ms", 10)) << host.Stderr();
   const auto started = std::chrono::steady_clock::now();
   // It stays up.
@@ -40,6 +40,7 @@ TEST(ZolhostProcess, RunsOnTheExamplesTicksAsAskedAndEndsOnSigterm) {
   const std::string log = host.Stderr();
   EXPECT_NE(log.find("module \"ZOL Server\", class 38, version 3.1.563"), std::string::npos) << log;
   EXPECT_NE(log.find("message out: id 0x0030 to class 0, 4 bytes"), std::string::npos) << log;
+  EXPECT_NE(log.find(" timer ticks, largest timer lag "), std::string::npos) << log;
   // About five ticks a second: the bounds only rule out a timer that is off or runs free.
   const unsigned long ticks = TicksReported(log);
   EXPECT_GE(ticks, 3u) << log;
@@ -48,7 +49,7 @@ TEST(ZolhostProcess, RunsOnTheExamplesTicksAsAskedAndEndsOnSigterm) {
 
 TEST(ZolhostProcess, SigintEndsItCleanlyToo) {
   TempDir logs;
-  ChildProcess host(kHost, {"--appdir", kExamples}, logs.Path());
+  ChildProcess host(kHost, {"--appdir", kExamples, "--no-web"}, logs.Path());
   ASSERT_TRUE(host.WaitForStderr("timer: every 200 ms", 10)) << host.Stderr();
   host.Signal(SIGINT);
   const auto status = host.WaitForExit(1.0);
@@ -99,7 +100,7 @@ TEST(ZolhostProcess, HelpExplainsEveryOption) {
 
 TEST(ZolhostProcess, DataManagerStandInPlaysTheExampleRace) {
   TempDir logs;
-  ChildProcess host(kHost, {"--appdir", logs.Path(), "--race", kExamples + "/race.json", "--verbose"}, logs.Path());
+  ChildProcess host(kHost, {"--appdir", logs.Path(), "--no-web", "--race", kExamples + "/race.json", "--verbose"}, logs.Path());
   ASSERT_TRUE(host.WaitForStderr("message in: id 0x8020 from class 5", 10)) << host.Stderr();
   host.Signal(SIGTERM);
   ASSERT_EQ(host.WaitForExit(5), std::optional<int>(0));

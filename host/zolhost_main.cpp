@@ -4,12 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "frame/platform/FileRead.h"
 #include "frame/platform/Paths.h"
 #include "frame/platform/Signals.h"
 #include "frame/platform/Interfaces.h"
 #include "host/DataManagerLink.h"
 #include "host/DataManagerPeer.h"
 #include "host/ModuleHost.h"
+#include "host/WebServer.h"
 
 int main(int argc, char** argv) {
   platform::BlockTerminationSignals();
@@ -28,7 +30,28 @@ int main(int argc, char** argv) {
     return 2;
   }
 
+  WebServerSettings webSettings;
+  if (options->WebEnabled) {
+    webSettings.Address = options->WebAddress;
+    webSettings.Port = options->WebPort;
+    if (!options->WebPasswordFile.empty()) {
+      std::vector<BYTE> text;
+      if (!platform::ReadWholeFile(options->WebPasswordFile, text)) {
+        std::fprintf(stderr, "zolhost: cannot read web password file %s\n", options->WebPasswordFile.c_str());
+        return 2;
+      }
+      if (!CWebAccess::ParseCredentials(std::string(text.begin(), text.end()), webSettings.Credentials, error)) {
+        std::fprintf(stderr, "zolhost: web password file %s: %s\n", options->WebPasswordFile.c_str(), error.c_str());
+        return 2;
+      }
+      webSettings.Authentication = true;
+    }
+  }
+
   CModuleHost host(*options);
+  // Declared after the host, so that it is destroyed first: its requests wait on the
+  // host's message thread.
+  std::unique_ptr<CWebServer> web;
   if (!options->RaceFile.empty()) {
     auto dataManager = std::make_unique<CDataManagerPeer>(platform::LocalIPv4Address(), options->Race);
     if (!dataManager->LoadRace(options->RaceFile, error)) {
@@ -48,6 +71,23 @@ int main(int argc, char** argv) {
   std::fprintf(stderr, "zolhost: application directory %s\n", options->ApplicationDirectory.c_str());
   if (!options->RaceFile.empty()) {
     std::fprintf(stderr, "zolhost: data manager stand-in plays %s\n", options->RaceFile.c_str());
+  }
+
+  // The web server's port is taken before the module starts; the module hears of the web
+  // server at its start and registers its pages with it. A port asked for with --web that
+  // is taken ends the program; the default one only costs the pages.
+  if (options->WebEnabled) {
+    web = std::make_unique<CWebServer>(host, webSettings);
+    if (!web->Bind(error)) {
+      web.reset();
+      if (options->WebGiven) {
+        std::fprintf(stderr, "zolhost: %s\n", error.c_str());
+        return 2;
+      }
+      std::fprintf(stderr, "zolhost: %s; going on without the administration pages (see --web)\n", error.c_str());
+    } else {
+      host.AddPeer(web->MakePeer(platform::LocalIPv4Address()));
+    }
   }
 
   // The port is taken before the module starts, so that a busy port ends the program
@@ -70,10 +110,19 @@ int main(int argc, char** argv) {
     if (link) link->Stop();
     return 2;
   }
+  if (web) {
+    web->Start();
+    std::fprintf(stderr, "zolhost: administration pages at http://%s:%u/zol/_server/index.html%s\n",
+                 webSettings.Address.c_str(), static_cast<unsigned>(web->Port()),
+                 webSettings.Authentication ? " (with a password)" : "");
+  }
   const int signal = platform::WaitForTerminationSignal();
   std::fprintf(stderr, "zolhost: signal %d, stopping\n", signal);
+  if (web) web->Stop();
   if (link) link->Stop();
   host.Stop();
-  std::fprintf(stderr, "zolhost: stopped after %llu timer ticks\n", static_cast<unsigned long long>(host.TimerTicks()));
+  std::fprintf(stderr, "zolhost: stopped after %llu timer ticks, largest timer lag %.1f ms\n",
+               static_cast<unsigned long long>(host.TimerTicks()),
+               static_cast<double>(host.LargestTimerLag().count()) / 1000.0);
   return 0;
 }

@@ -71,7 +71,7 @@ check_serves() {
   sed -i "s/^port=51000\$/port=$port/" "$work/app/Config/ZOLServer.ini"
   grep -qx "port=$port" "$work/app/Config/ZOLServer.ini" || fail "cannot set the port of the examples"
 
-  (cd "$work" && exec timeout 90 "$root/bin/zolhost" --appdir app --race app/race.json) 2>"$work/host.log" &
+  (cd "$work" && exec timeout 90 "$root/bin/zolhost" --appdir app --no-web --race app/race.json) 2>"$work/host.log" &
   host=$!
   if ! timeout 60 "$root/bin/zolclient" "tcp://127.0.0.1:$port" --out "$work/received" \
         --until-complete 3 --timeout 45 >"$work/client.log" 2>&1; then

@@ -9,6 +9,8 @@ packages=(
   clang libclang-rt-14-dev
   iproute2 procps
   dpkg-dev
+  libcpp-httplib-dev
+  chromium chromium-driver python3-selenium
 )
 
 missing=()

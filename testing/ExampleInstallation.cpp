@@ -14,6 +14,10 @@ std::string ReadWholeFile(const std::string& path) {
 
 bool CopyExamples(const TempDir& appdir, std::uint16_t port) {
   fs::copy(fs::path(kExampleFolder) / "site", fs::path(appdir.Path()) / "site", fs::copy_options::recursive);
+  // The plain files of the administration site, served by the file page.
+  if (fs::exists(fs::path(kExampleFolder) / "HTML")) {
+    fs::copy(fs::path(kExampleFolder) / "HTML", fs::path(appdir.Path()) / "HTML", fs::copy_options::recursive);
+  }
   std::string settings = ReadWholeFile(kExampleFolder + "/Config/ZOLServer.ini");
   const std::string line = "port=51000";
   const auto at = settings.find(line);

@@ -1,0 +1,393 @@
+#!/usr/bin/python3
+"""The administration pages in a real browser.
+
+Starts zolhost on a copy of the examples (free ports, the example meeting played by the
+stand-in data manager) and, once the port was stopped and started, a zolclient on its TCP
+port, then drives headless Chromium
+through the pages as race staff would: edit a port in place, stop and start it, add and
+delete a port, walk the site's folders, change the current event, edit a template and
+reload the site, until the client receives the new text. A screenshot of every step goes
+to the screenshot folder; the first step that does not show what it should ends the test
+with exit status 1. Every wait is bounded, and so is the whole run.
+"""
+
+import argparse
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+try:
+    from selenium import webdriver
+    from selenium.common.exceptions import (NoSuchElementException, StaleElementReferenceException,
+                                            TimeoutException, WebDriverException)
+    from selenium.webdriver.chrome.options import Options
+    from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.by import By
+    from selenium.webdriver.support import expected_conditions
+    from selenium.webdriver.support.ui import Select, WebDriverWait
+except ImportError as error:  # pragma: no cover - told in one line
+    print(f"admin_browser_test: python3-selenium is missing ({error})", file=sys.stderr)
+    sys.exit(2)
+
+WAIT = 20  # seconds for any one thing to show
+WHOLE_RUN = 150  # seconds for everything
+MARKER = "Edited in the browser"
+
+
+class StepFailed(Exception):
+    pass
+
+
+def free_port():
+    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def copy_examples(examples, target, page_port):
+    shutil.copytree(os.path.join(examples, "site"), os.path.join(target, "site"))
+    if os.path.isdir(os.path.join(examples, "HTML")):
+        shutil.copytree(os.path.join(examples, "HTML"), os.path.join(target, "HTML"))
+    os.makedirs(os.path.join(target, "Config"))
+    with open(os.path.join(examples, "Config", "ZOLServer.ini"), encoding="utf-8", newline="") as source:
+        settings = source.read()
+    if "port=51000" not in settings:
+        raise StepFailed("the example settings name no TCP port 51000")
+    with open(os.path.join(target, "Config", "ZOLServer.ini"), "w", encoding="utf-8", newline="") as copy:
+        copy.write(settings.replace("port=51000", f"port={page_port}", 1))
+
+
+def wait_for_text(path, text, seconds):
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        try:
+            with open(path, encoding="utf-8", errors="replace") as log:
+                if text in log.read():
+                    return True
+        except FileNotFoundError:
+            pass
+        time.sleep(0.1)
+    return False
+
+
+def port_open(port):
+    try:
+        with socket.create_connection(("127.0.0.1", port), timeout=1):
+            return True
+    except OSError:
+        return False
+
+
+class Run:
+    def __init__(self, args, work):
+        self.args = args
+        self.work = work
+        self.step = 0
+        self.driver = None
+        self.page_port = free_port()
+        self.web_port = free_port()
+        while self.web_port == self.page_port:
+            self.web_port = free_port()
+        self.base = f"http://127.0.0.1:{self.web_port}"
+        self.processes = []
+
+    # ---- processes -------------------------------------------------------------------
+    def start_programs(self):
+        appdir = os.path.join(self.work, "app")
+        copy_examples(self.args.examples, appdir, self.page_port)
+        self.appdir = appdir
+        self.host_log = os.path.join(self.work, "zolhost.log")
+        host = subprocess.Popen(
+            [os.path.join(self.args.bin, "zolhost"), "--appdir", appdir, "--web", f"127.0.0.1:{self.web_port}",
+             "--race", os.path.join(self.args.examples, "race.json"), "--race-speed", "4", "--race-loop"],
+            stdout=subprocess.DEVNULL, stderr=open(self.host_log, "w"))
+        self.processes.append(host)
+        if not wait_for_text(self.host_log, "administration pages at", WAIT):
+            raise StepFailed("zolhost did not start its web server:\n" + open(self.host_log).read())
+
+    def start_client(self):
+        self.received = os.path.join(self.work, "received")
+        self.client_log = os.path.join(self.work, "zolclient.log")
+        client = subprocess.Popen(
+            [os.path.join(self.args.bin, "zolclient"), f"tcp://127.0.0.1:{self.page_port}", "--out", self.received,
+             "--timeout", str(WHOLE_RUN)],
+            stdout=subprocess.DEVNULL, stderr=open(self.client_log, "w"))
+        self.processes.append(client)
+
+    def stop_programs(self):
+        for process in reversed(self.processes):
+            if process.poll() is None:
+                process.send_signal(signal.SIGTERM)
+                try:
+                    process.wait(timeout=10)
+                except subprocess.TimeoutExpired:
+                    process.kill()
+                    process.wait(timeout=10)
+
+    # ---- browser ---------------------------------------------------------------------
+    def start_browser(self):
+        options = Options()
+        options.binary_location = "/usr/bin/chromium"
+        for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
+                         "--window-size=1280,1100", f"--user-data-dir={os.path.join(self.work, 'profile')}",
+                         "--no-first-run", "--disable-extensions"):
+            options.add_argument(argument)
+        service = Service("/usr/bin/chromedriver", log_path=os.path.join(self.work, "chromedriver.log"))
+        self.driver = webdriver.Chrome(service=service, options=options)
+        self.driver.set_page_load_timeout(WAIT)
+        self.driver.set_script_timeout(WAIT)
+
+    def shot(self, name):
+        self.step += 1
+        os.makedirs(self.args.screenshots, exist_ok=True)
+        path = os.path.join(self.args.screenshots, f"{self.step:02d}-{name}.png")
+        self.driver.save_screenshot(path)
+        print(f"step {self.step:02d} {name}: ok ({path})", flush=True)
+
+    def wait(self, condition, what):
+        try:
+            return WebDriverWait(self.driver, WAIT, ignored_exceptions=(
+                NoSuchElementException, StaleElementReferenceException)).until(condition)
+        except TimeoutException:
+            self.step += 1
+            path = os.path.join(self.args.screenshots, f"{self.step:02d}-FAILED.png")
+            os.makedirs(self.args.screenshots, exist_ok=True)
+            self.driver.save_screenshot(path)
+            raise StepFailed(f"{what} (screenshot {path}; at {self.driver.current_url})") from None
+
+    def element(self, by, value, what):
+        return self.wait(expected_conditions.presence_of_element_located((by, value)), what)
+
+    def visible(self, by, value, what):
+        return self.wait(expected_conditions.visibility_of_element_located((by, value)), what)
+
+    def accept_confirm(self, what):
+        alert = self.wait(expected_conditions.alert_is_present(), f"no confirmation asked: {what}")
+        alert.accept()
+
+    def new_page(self, action, what):
+        """Runs `action` (a click that leaves the page) and waits until the page is gone."""
+        old = self.driver.find_element(By.TAG_NAME, "html")
+        action()
+        self.wait(expected_conditions.staleness_of(old), f"the browser stayed on the page: {what}")
+
+    def open(self, path):
+        self.driver.get(self.base + path)
+
+    def port_ids(self):
+        links = self.driver.find_elements(By.XPATH, "//a[starts-with(@href, 'deleteport.html?ID=')]")
+        return [link.get_attribute("href").split("ID=")[1] for link in links]
+
+    def main_page_loaded(self):
+        self.element(By.XPATH, "//h1[contains(., 'Welcome to the ZOL server')]", "the main page did not show")
+
+    # ---- the steps -------------------------------------------------------------------
+    def run(self):
+        self.start_programs()
+        self.start_browser()
+        driver = self.driver
+
+        self.open("/zol/_server/index.html")
+        self.main_page_loaded()
+        self.element(By.XPATH, "//td[@class='FrameMenu']//a[contains(., 'demo')]", "the menu lacks the site")
+        self.element(By.XPATH, "//td[@bgcolor='green']/font[contains(., 'Port: %d')]" % self.page_port,
+                     "the TCP port is not shown running")
+        # The frame's own style sheet and folder image arrived.
+        header = self.element(By.CLASS_NAME, "TableHeader", "no table header")
+        if header.value_of_css_property("font-weight") not in ("700", "bold"):
+            raise StepFailed("the style sheet of the frame did not apply to TableHeader")
+        self.shot("main-page")
+
+        ids = self.port_ids()
+        if len(ids) != 1:
+            raise StepFailed(f"expected one port, found {ids}")
+        port_id = ids[0]
+        editor_id = f"settings{port_id}"
+        if driver.find_element(By.ID, editor_id).is_displayed():
+            raise StepFailed("the port's editor shows before 'edit'")
+        url_before = driver.current_url
+        driver.find_element(By.XPATH, "//a[normalize-space(.)='edit']").click()
+        editor = self.visible(By.ID, editor_id, "'edit' did not open the port's editor")
+        if driver.current_url != url_before:
+            raise StepFailed("'edit' left the page")
+        self.shot("port-editor-open")
+
+        active = editor.find_element(By.NAME, "portactive")
+        if not active.is_selected():
+            raise StepFailed("the port's Active box is not ticked")
+        active.click()
+        apply = editor.find_element(By.XPATH, ".//input[@value='Apply']")
+        self.new_page(lambda: (apply.click(), self.accept_confirm("Apply")), "Apply")
+        self.main_page_loaded()
+        self.element(By.XPATH, "//td[@bgcolor='red' and normalize-space(.)='None']", "the port is not shown stopped")
+        deadline = time.monotonic() + WAIT
+        while port_open(self.page_port) and time.monotonic() < deadline:
+            time.sleep(0.2)
+        if port_open(self.page_port):
+            raise StepFailed("the TCP port still takes connections after it was stopped")
+        self.shot("port-stopped")
+
+        driver.find_element(By.XPATH, "//a[normalize-space(.)='edit']").click()
+        editor = self.visible(By.ID, editor_id, "'edit' did not open the stopped port's editor")
+        editor.find_element(By.NAME, "portactive").click()
+        apply = editor.find_element(By.XPATH, ".//input[@value='Apply']")
+        self.new_page(lambda: (apply.click(), self.accept_confirm("Apply")), "Apply")
+        self.main_page_loaded()
+        self.element(By.XPATH, "//td[@bgcolor='green']/font[contains(., 'Port: %d')]" % self.page_port,
+                     "the port did not start again")
+        self.shot("port-started-again")
+        # The client comes only now: the module's TCP port cannot listen again at once
+        # on a port whose clients it has just closed (they linger in TIME_WAIT).
+        self.start_client()
+        if not wait_for_text(self.host_log, "Accepting Connection", WAIT):
+            raise StepFailed("zolclient did not connect to the TCP port")
+
+        Select(driver.find_element(By.NAME, "porttype")).select_by_value("2")
+        self.new_page(driver.find_element(By.XPATH, "//form[@name='addportform']//input[@value='Add']").click, "Add")
+        self.wait(lambda d: len(self.port_ids()) == 2, "the added port is not listed")
+        new_id = [i for i in self.port_ids() if i != port_id][0]
+        self.shot("port-added")
+
+        delete = driver.find_element(By.XPATH, f"//a[@href='deleteport.html?ID={new_id}']")
+        self.new_page(lambda: (delete.click(), self.accept_confirm("Delete")), "Delete")
+        self.main_page_loaded()
+        self.wait(lambda d: self.port_ids() == [port_id], "the deleted port is still listed")
+        self.shot("port-deleted")
+
+        self.new_page(driver.find_element(By.XPATH, "//td[@class='FrameMenu']//a[contains(., 'demo')]").click, "menu")
+        self.element(By.XPATH, "//form[@name='reloadform']", "the content page did not open")
+        folder = self.element(By.XPATH, "//a[@href='content.html?path=results']", "no folder 'results'")
+        image = driver.find_element(By.XPATH, "//img[@src='/images/folder.gif']")
+        if driver.execute_script("return arguments[0].complete && arguments[0].naturalWidth", image) != 16:
+            raise StepFailed("the folder image did not load as a 16 pixel image")
+        self.shot("content-page")
+        self.new_page(folder.click, "folder")
+        self.wait(lambda d: "path=results" in d.current_url, "the folder did not open")
+        self.element(By.XPATH, "//a[contains(., 'current.zol')]", "the folder's pages are not listed")
+        self.shot("content-folder")
+        self.new_page(driver.find_element(By.XPATH, "//a[normalize-space(.)='..']").click, "'..'")
+        self.wait(lambda d: "path=" not in d.current_url, "'..' did not lead back")
+        self.element(By.XPATH, "//a[@href='content.html?path=results']", "back at the top the folders are missing")
+        self.shot("content-back-up")
+
+        self.open("/zol/demo/settings.html")
+        event_list = Select(self.element(By.NAME, "event", "the settings page has no event list"))
+        choices = [(option.get_attribute("value"), option.text) for option in event_list.options]
+        if len(choices) < 2:
+            raise StepFailed(f"too few events to choose from: {choices}")
+        current = event_list.first_selected_option.get_attribute("value")
+        value, name = [choice for choice in choices if choice[0] != current][-1]
+        event_list.select_by_value(value)
+        self.shot("settings-event-chosen")
+        self.new_page(driver.find_element(By.XPATH, "//input[@type='submit' and @value='OK']").click, "OK")
+        self.wait(lambda d: "content.html" in d.current_url, "the settings did not lead back to the content page")
+        self.element(By.XPATH, f"//tr[td/b[contains(., 'Current Event')]]/td[contains(., {xpath_text(name.strip())})]",
+                     f"the content page does not show the event {name!r}")
+        self.shot("settings-event-changed")
+
+        self.open("/zol/demo/content.html")
+        self.new_page(driver.find_element(By.XPATH, "//a[@href='editcontent.html?file=index.zol']").click, "edit")
+        area = self.element(By.ID, "content", "the editor did not open")
+        source = area.get_attribute("value")
+        if "<h2>More</h2>" not in source:
+            raise StepFailed("the template in the editor is not the example's index.zol")
+        # Tab in the text area inserts a tab (the frame's script).
+        area.click()
+        driver.execute_script("arguments[0].setSelectionRange(0, 0);", area)
+        area.send_keys("\t")
+        if not area.get_attribute("value").startswith("\t<zol"):
+            raise StepFailed("Tab did not insert a tab in the editor")
+        driver.execute_script("arguments[0].value = arguments[1];", area,
+                              source.replace("<h2>More</h2>", f"<h2>More</h2><p>{MARKER}</p>"))
+        self.shot("template-edited")
+        self.new_page(driver.find_element(By.XPATH, "//input[@value='Apply Changes']").click, "Apply Changes")
+        self.element(By.XPATH, "//form[@name='reloadform']", "Apply did not lead back to the content page")
+        with open(os.path.join(self.appdir, "site", "index.zol"), encoding="utf-8") as written:
+            if MARKER not in written.read():
+                raise StepFailed("the template file was not written")
+        reload = driver.find_element(By.XPATH, "//input[@value='Reload Site']")
+        self.new_page(lambda: (reload.click(), self.accept_confirm("Reload Site")), "Reload Site")
+        self.element(By.XPATH, "//form[@name='reloadform']", "the content page did not come back after the reload")
+        self.shot("site-reloaded")
+
+        received = os.path.join(self.received, "index.zol")
+        if not wait_for_text(received, MARKER, 30):
+            raise StepFailed("zolclient did not receive the edited template within 30 s:\n" +
+                             open(self.client_log).read()[-2000:])
+        self.open("/zol/_server/index.html")
+        self.main_page_loaded()
+        self.shot("client-received-new-text")
+
+
+def xpath_text(text):
+    if "'" not in text:
+        return f"'{text}'"
+    return "concat('" + text.replace("'", "', \"'\", '") + "')"
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("--bin", required=True, help="folder of zolhost and zolclient")
+    parser.add_argument("--examples", required=True, help="the examples folder")
+    parser.add_argument("--screenshots", required=True, help="folder for the screenshots of the steps")
+    args = parser.parse_args()
+    for program in ("zolhost", "zolclient"):
+        if not os.access(os.path.join(args.bin, program), os.X_OK):
+            print(f"admin_browser_test: no {program} in {args.bin}", file=sys.stderr)
+            return 2
+    shutil.rmtree(args.screenshots, ignore_errors=True)
+
+    started = time.monotonic()
+    work = tempfile.mkdtemp(prefix="zol-browser-")
+    run = Run(args, work)
+    # The whole run is bounded: past the limit the programs are stopped, which ends
+    # every wait of the browser.
+    expired = threading.Event()
+
+    def expire():
+        expired.set()
+        run.stop_programs()
+        if run.driver is not None:
+            try:
+                run.driver.quit()
+            except Exception:  # noqa: BLE001 - the run is over either way
+                pass
+
+    timer = threading.Timer(WHOLE_RUN, expire)
+    timer.daemon = True
+    timer.start()
+    status = 0
+    try:
+        run.run()
+    except (StepFailed, WebDriverException, OSError) as error:
+        status = 1
+        reason = "the run took longer than %d s" % WHOLE_RUN if expired.is_set() else str(error)
+        print(f"admin_browser_test: FAILED: {reason}", file=sys.stderr)
+        try:
+            print(open(run.host_log).read()[-3000:], file=sys.stderr)
+        except (AttributeError, OSError):
+            pass
+    finally:
+        timer.cancel()
+        if run.driver is not None and not expired.is_set():
+            try:
+                run.driver.quit()
+            except WebDriverException:
+                pass
+        run.stop_programs()
+        if status == 0:
+            shutil.rmtree(work, ignore_errors=True)
+        else:
+            print(f"admin_browser_test: logs kept in {work}", file=sys.stderr)
+    print(f"admin_browser_test: {'passed' if status == 0 else 'failed'} in {time.monotonic() - started:.1f} s")
+    return status
+
+
+if __name__ == "__main__":
+    sys.exit(main())
