@@ -21,7 +21,7 @@ constexpr BYTE kDateTime = 7;
 constexpr BYTE kTransponder = 8;
 
 template <class Context>
-struct ColumnSpec {
+struct ColumnDef {
   BYTE Type;
   const char* Title;
   const char* Key;
@@ -29,25 +29,25 @@ struct ColumnSpec {
 };
 
 template <class Context>
-std::vector<CColumn> ColumnsOf(const std::vector<ColumnSpec<Context>>& specs) {
+std::vector<CColumn> ColumnsOf(const std::vector<ColumnDef<Context>>& defs) {
   std::vector<CColumn> columns;
-  for (const auto& spec : specs) {
+  for (const auto& def : defs) {
     CColumn column;
-    column.Type = spec.Type;
-    column.Title = spec.Title;
-    column.Key = spec.Key;
+    column.Type = def.Type;
+    column.Title = def.Title;
+    column.Key = def.Key;
     columns.push_back(column);
   }
   return columns;
 }
 
 template <class Context>
-ViewRowValues RowOf(const std::vector<ColumnSpec<Context>>& specs, DWORD rowID, const Context& context) {
+ViewRowValues RowOf(const std::vector<ColumnDef<Context>>& defs, DWORD rowID, const Context& context) {
   ViewRowValues row;
   row.RowID = rowID;
   row.GroupID = 0;
-  row.Cells.resize(specs.size());
-  for (std::size_t i = 0; i < specs.size(); ++i) specs[i].Fill(row.Cells[i], context);
+  row.Cells.resize(defs.size());
+  for (std::size_t i = 0; i < defs.size(); ++i) defs[i].Fill(row.Cells[i], context);
   return row;
 }
 
@@ -106,10 +106,10 @@ struct ResultContext {
 
 void Empty(ViewCellValue&, const ResultContext&) {}
 
-const std::vector<ColumnSpec<ResultContext>>& ResultColumns() {
+const std::vector<ColumnDef<ResultContext>>& ResultColumns() {
   using C = ResultContext;
   using V = ViewCellValue;
-  static const std::vector<ColumnSpec<C>> specs = {
+  static const std::vector<ColumnDef<C>> defs = {
       {kInteger, "Pos", "lgHeader_Pos", [](V& v, const C& c) { v.Integer = c.Position; }},
       {kInteger, "PIC", "lgHeader_PosInClass", [](V& v, const C& c) { v.Integer = c.PositionInClass; }},
       {kString, "No", "lgHeader_No", [](V& v, const C& c) { v.Text = c.Plan.Number; }},
@@ -155,7 +155,7 @@ const std::vector<ColumnSpec<ResultContext>>& ResultColumns() {
       {kDouble, "2nd speed", "lgHeader_2nd_Spd", [](V& v, const C& c) { v.Real = Speed(c.Length(), c.State.SecondBest); }},
       {kDword, "ID", "lgHeader_UniqueID", [](V& v, const C& c) { v.Dword = c.Plan.ID; }},
   };
-  return specs;
+  return defs;
 }
 
 std::vector<ViewRowValues> ResultRows(const Request& request, const CRaceSimulation& meeting, const SimRun& run) {
@@ -199,10 +199,10 @@ struct RunInfoContext {
   KVTTIME Elapsed() const { return Meeting.RunTime(Index, Meeting.Now()); }
 };
 
-const std::vector<ColumnSpec<RunInfoContext>>& RunInfoColumns() {
+const std::vector<ColumnDef<RunInfoContext>>& RunInfoColumns() {
   using C = RunInfoContext;
   using V = ViewCellValue;
-  static const std::vector<ColumnSpec<C>> specs = {
+  static const std::vector<ColumnDef<C>> defs = {
       {kString, "Event", "lgHeader_ParentEvent",
        [](V& v, const C& c) {
          const RaceEventPlan* event = c.Event();
@@ -257,7 +257,7 @@ const std::vector<ColumnSpec<RunInfoContext>>& RunInfoColumns() {
       {kDateTime, "Time stamp", "lgHeader_Timestamp",
        [](V& v, const C& c) { v.Dword = c.Meeting.UtcSeconds(c.Meeting.TimeOfDay(c.Meeting.Now())); }},
   };
-  return specs;
+  return defs;
 }
 
 // ---- schedule ----------------------------------------------------------------------------
@@ -268,10 +268,10 @@ struct ScheduleContext {
   const RaceRunPlan& Plan;
 };
 
-const std::vector<ColumnSpec<ScheduleContext>>& ScheduleColumns() {
+const std::vector<ColumnDef<ScheduleContext>>& ScheduleColumns() {
   using C = ScheduleContext;
   using V = ViewCellValue;
-  static const std::vector<ColumnSpec<C>> specs = {
+  static const std::vector<ColumnDef<C>> defs = {
       {kDateTime, "Start", "lgHeader_DateTime",
        [](V& v, const C& c) { v.Dword = c.Meeting.UtcSeconds(c.Meeting.PlannedStart(c.Index)); }},
       {kString, "Group", "lgHeader_Group",
@@ -288,7 +288,7 @@ const std::vector<ColumnSpec<ScheduleContext>>& ScheduleColumns() {
       {kTime, "Minimum lap", "lgHeader_Minimum_Laptime", [](V&, const C&) {}},
       {kDword, "ID", "lgHeader_UniqueID", [](V& v, const C& c) { v.Dword = kRaceRunBit | c.Plan.ID; }},
   };
-  return specs;
+  return defs;
 }
 
 // True when the event of the file `fileID` is `wanted` or lies below it.
@@ -306,16 +306,16 @@ struct AnnouncementContext {
   const SimAnnouncement& News;
 };
 
-const std::vector<ColumnSpec<AnnouncementContext>>& AnnouncementColumns() {
+const std::vector<ColumnDef<AnnouncementContext>>& AnnouncementColumns() {
   using C = AnnouncementContext;
   using V = ViewCellValue;
-  static const std::vector<ColumnSpec<C>> specs = {
+  static const std::vector<ColumnDef<C>> defs = {
       {kDword, "ID", "lgHeader_UniqueID", [](V& v, const C& c) { v.Dword = c.News.ID; }},
       {kTime, "Time", "lgHeader_Time", [](V& v, const C& c) { v.Time = WholeSeconds(c.News.TimeOfDay); }},
       {kTime, "Time of day", "lgHeader_TimeOfDay", [](V& v, const C& c) { v.Time = WholeSeconds(c.News.TimeOfDay); }},
       {kString, "Text", "lgHeader_Text", [](V& v, const C& c) { v.Text = c.News.Text; }},
   };
-  return specs;
+  return defs;
 }
 
 // ---- lap times ------------------------------------------------------------------------------
@@ -327,10 +327,10 @@ struct LapContext {
   const RaceCompetitorPlan& Plan() const { return Meeting.Race().Competitors[Passing.Competitor]; }
 };
 
-const std::vector<ColumnSpec<LapContext>>& LapColumns() {
+const std::vector<ColumnDef<LapContext>>& LapColumns() {
   using C = LapContext;
   using V = ViewCellValue;
-  static const std::vector<ColumnSpec<C>> specs = {
+  static const std::vector<ColumnDef<C>> defs = {
       {kTime, "Time of day", "lgHeader_TimeOfDay",
        [](V& v, const C& c) { v.Time = c.Meeting.TimeOfDay(c.Run.StartAt + c.Passing.RunTime); }},
       {kTime, "Race time", "lgHeader_ElapsedTime", [](V& v, const C& c) { v.Time = c.Passing.RunTime; }},
@@ -352,7 +352,7 @@ const std::vector<ColumnSpec<LapContext>>& LapColumns() {
       {kTransponder, "Transponder", "lgHeader_Tx", [](V& v, const C& c) { v.Transponders = c.Plan().Transponders; }},
       {kDword, "ID", "lgHeader_UniqueID", [](V& v, const C& c) { v.Dword = c.Plan().ID; }},
   };
-  return specs;
+  return defs;
 }
 
 }  // namespace
