@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -297,8 +298,9 @@ TEST(DataManagerLinkThread, GarbageClosesTheLinkWithOneLine) {
 
 TEST(DataManagerLinkThread, FrameCutShortClosesTheLinkWithOneLine) {
   // A frame of 100 bytes after the length, of which 10 come, then the peer is gone.
-  std::vector<BYTE> bytes = {100, 0, 0, 0, 0x02, 0x00};
-  bytes.resize(14, 0xAB);
+  std::vector<BYTE> bytes(14, 0xAB);
+  const BYTE head[] = {100, 0, 0, 0, 0x02, 0x00};
+  std::copy(std::begin(head), std::end(head), bytes.begin());
   ExpectClosedWithOneLine(bytes, true, "broke off inside a frame (14 bytes of 104 held); link closed");
 }
 

@@ -130,7 +130,10 @@ const std::vector<ColumnDef<ResultContext>>& ResultColumns() {
        [](V& v, const C& c) { v.Transponders = c.Plan.Transponders; }},
       // The holder of the run's fastest lap is marked.
       {kString, "", "lgHeader_Marker",
-       [](V& v, const C& c) { v.Text = c.Run.BestLap != KVTTIME_NULL && c.Run.BestBy == c.Competitor ? "*" : ""; }},
+       [](V& v, const C& c) {
+         const bool holds = c.Run.BestLap != KVTTIME_NULL && c.Run.BestBy == c.Competitor;
+         v.Text.assign(holds ? 1 : 0, '*');
+       }},
       {kInteger, "Laps", "lgHeader_Laps", [](V& v, const C& c) { v.Integer = c.State.Laps; }},
       {kTime, "Last lap", "lgHeader_LastTm", [](V& v, const C& c) { v.Time = c.State.LastLap; }},
       {kDouble, "Last speed", "lgHeader_LastSpd", [](V& v, const C& c) { v.Real = Speed(c.Length(), c.State.LastLap); }},

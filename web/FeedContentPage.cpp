@@ -64,7 +64,8 @@ void CFeedContentPage::ProcessGet(CKVTHttpRequest& request, CKVTHttpResponse& re
     body += "<TR><TD width='120px'><B>Name:</B></TD><TD>" + Site->GetParameter("name") + "</TD></TR>\n";
     body += "<TR><TD><B>Current Event:</B></TD><TD";
     if (HasEvent(Server, Site)) {
-      body += ">" + EventNameOf(Server, Site);
+      body += '>';
+      body += EventNameOf(Server, Site);
     } else {
       body += " BGCOLOR=darkgrey><BLINK>No Event Selected!</BLINK>";
     }
