@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -10,12 +11,19 @@
 
 namespace {
 
-// The clock's readings against time() taken around them; a second may tick in between.
+// Whole seconds of the precise system clock. (time() reads a coarse clock that can still
+// show the last second for a few milliseconds after the precise one has moved on.)
+long long SystemSeconds() {
+  return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+// The clock's readings against the system clock read around them; a second may tick in
+// between.
 void ExpectClockMatchesCorrection(int correction) {
-  const auto before = static_cast<long long>(std::time(nullptr));
+  const auto before = SystemSeconds();
   const auto local = static_cast<long long>(GetTimeOfDay());
   const KVTTIME kvt = GetKVTTimeOfDay();
-  const auto after = static_cast<long long>(std::time(nullptr));
+  const auto after = SystemSeconds();
   EXPECT_GE(local, before - correction);
   EXPECT_LE(local, after - correction);
   EXPECT_GE(kvt / 1000000, before - correction);
