@@ -83,24 +83,45 @@ else
 fi
 
 build build-asan -DZOL_SANITIZE=address -DZOL_BUILD_BENCH=OFF
+
+# The fuzz targets build in the background while the sanitizer tests run: most of those
+# tests wait on sockets and processes and leave the cores idle.
+fuzz_sources=$(find frame distribution site data views web host client -name '*_fuzz.cpp' 2>/dev/null | sort)
+fuzz_build_log=$(mktemp)
+fuzz_build_pid=
+if [ -n "$fuzz_sources" ]; then
+  echo "== building fuzz targets in the background (at $(elapsed))"
+  (CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DZOL_FUZZ=ON -DZOL_SANITIZE=address \
+     -DZOL_BUILD_TESTS=OFF -DZOL_BUILD_BENCH=OFF >/dev/null && nice ninja -C build-fuzz) >"$fuzz_build_log" 2>&1 &
+  fuzz_build_pid=$!
+fi
+
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_ctest build-asan || status=1
 
 # The threaded parts: only the test files that hold them are built for ThreadSanitizer.
 threaded='Thread|Port|Tcp|Multicast|Serial|Zolhost|Zolclient|EndToEnd'
 build build-tsan -DZOL_SANITIZE=thread -DZOL_BUILD_BENCH=OFF "-DZOL_TEST_MATCHING=$threaded"
+# The late-client test waits a minute for the site's longest repeat; its threads are the
+# same as those of the other process tests, so the plain and ASan runs are enough for it.
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
-  run_ctest build-tsan -R "$threaded" || status=1
+  run_ctest build-tsan -R "$threaded" -E 'SiteEndToEnd.LateClient' || status=1
 
 # Seconds each fuzz target runs; scripts/fuzz.sh runs one longer.
-fuzz_seconds=20
-fuzz_sources=$(find frame distribution site data views web host client -name '*_fuzz.cpp' 2>/dev/null | sort)
-if [ -n "$fuzz_sources" ]; then
-  stage "build build-fuzz"
-  echo "== building fuzz targets (at $(elapsed))"
-  CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DZOL_FUZZ=ON -DZOL_SANITIZE=address \
-    -DZOL_BUILD_TESTS=OFF -DZOL_BUILD_BENCH=OFF >/dev/null
-  ninja -C build-fuzz
+fuzz_seconds=15
+if [ -n "$fuzz_build_pid" ]; then
+  stage "finish build-fuzz"
+  echo "== waiting for the fuzz targets' build (at $(elapsed))"
+  if ! wait "$fuzz_build_pid"; then
+    tail -n 40 "$fuzz_build_log"
+    echo "== the fuzz targets did not build"
+    rm -f "$fuzz_build_log"
+    stage_table
+    echo "$passed passed, $((failed + 1)) failed"
+    exit 1
+  fi
+  tail -n 1 "$fuzz_build_log"
+  rm -f "$fuzz_build_log"
   for source in $fuzz_sources; do
     name=$(basename "$source" .cpp)
     stage "fuzz $name"

@@ -3,6 +3,8 @@
 #include <cctype>
 #include <cstdint>
 
+#include "web/WebPage.h"
+
 namespace {
 
 int HexValue(char c) {
@@ -122,14 +124,7 @@ bool CWebAccess::UnsafePath(const std::string& path) {
   for (char c : path) {
     if (static_cast<unsigned char>(c) < 0x20) return true;
   }
-  std::size_t start = 0;
-  while (start <= path.size()) {
-    std::size_t end = path.find_first_of("/\\", start);
-    if (end == std::string::npos) end = path.size();
-    if (path.compare(start, end - start, "..") == 0) return true;
-    start = end + 1;
-  }
-  return false;
+  return HasParentComponent(path);
 }
 
 std::string CWebAccess::Decode(const std::string& text, bool plusIsBlank) {
