@@ -104,7 +104,7 @@ threaded='Thread|Port|Tcp|Multicast|Serial|Zolhost|Zolclient|EndToEnd'
 build build-tsan -DZOL_SANITIZE=thread -DZOL_BUILD_BENCH=OFF "-DZOL_TEST_MATCHING=$threaded"
 # The late-client test waits a minute for the site's longest repeat; its threads are the
 # same as those of the other process tests, so the plain and ASan runs are enough for it.
-TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/testing/tsan-suppressions.txt \
   run_ctest build-tsan -R "$threaded" -E 'SiteEndToEnd.LateClient' || status=1
 
 # Seconds each fuzz target runs; scripts/fuzz.sh runs one longer.

@@ -53,7 +53,6 @@ class CDataManagerStandIn {
   DWORD GetComputer() const { return Computer; }
   BOOL IsConnected() const { return Connected; }
   const CBaseDataComm& GetModel() const { return *Model; }
-  const std::vector<std::string>& GetViewNames() const { return ViewNames; }
   // Message 66 for a run of the race, its flags replaced by `flags` (also in the data
   // that later snapshots carry).
   CModuleMessage* ModifyRunFlags(DWORD runID, WORD flags);

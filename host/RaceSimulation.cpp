@@ -281,11 +281,7 @@ void CRaceSimulation::CrossFinishLine(SimRun& run, KVTTIME at, std::size_t compe
     state.Finished = true;
   } else if (run.Plan->Laps > 0 && state.Laps >= run.Plan->Laps) {
     state.Finished = true;
-    run.Phase = RunPhase::Finishing;
-    run.FinishFlagAt = at;
-    run.Special = kSpecialFinish;
-    run.Flag = kFlagGreen;
-    run.YellowUntil = KVTTIME_NULL;
+    ShowChequeredFlag(run, at);
     Announce(at, "Chequered flag: " + Label(competitor) + " wins " + run.Plan->Name);
   } else if (leads) {
     const bool lastLapOverLaps = run.Plan->Laps > 0 && state.Laps == run.Plan->Laps - 1;
@@ -321,13 +317,17 @@ void CRaceSimulation::CrossFinishLine(SimRun& run, KVTTIME at, std::size_t compe
   ScheduleNextTimeline(run, competitor);
 }
 
-void CRaceSimulation::TimeUp(KVTTIME at) {
-  SimRun& run = RunStates[Active];
+void CRaceSimulation::ShowChequeredFlag(SimRun& run, KVTTIME at) {
   run.Phase = RunPhase::Finishing;
   run.FinishFlagAt = at;
   run.Special = kSpecialFinish;
   run.Flag = kFlagGreen;
   run.YellowUntil = KVTTIME_NULL;
+}
+
+void CRaceSimulation::TimeUp(KVTTIME at) {
+  SimRun& run = RunStates[Active];
+  ShowChequeredFlag(run, at);
   ++run.Revision;
   Announce(at, run.Plan->Name + ": time is up, chequered flag");
 }

@@ -108,8 +108,6 @@ class CRaceSimulation {
   KVTTIME PlannedStart(std::size_t run) const { return Planned.at(run); }
   // Run time of the active run at meeting time `time`: 0 before its start, frozen at its end.
   KVTTIME RunTime(std::size_t run, KVTTIME time) const;
-  // The competitor's pace, as played: lap time and spread.
-  KVTTIME Pace(std::size_t competitor) const { return Paces.at(competitor).first; }
 
  private:
   struct Crossing {
@@ -127,6 +125,8 @@ class CRaceSimulation {
   void CrossFinishLine(SimRun& run, KVTTIME at, std::size_t competitor);
   void ScheduleNextTimeline(SimRun& run, std::size_t competitor);
   void DrawLap(SimRun& run, std::size_t competitor);
+  // The run goes into its last crossings: chequered flag, no yellow.
+  void ShowChequeredFlag(SimRun& run, KVTTIME at);
   void TimeUp(KVTTIME at);
   void EndYellow(KVTTIME at);
   void EndRun(KVTTIME at);
