@@ -9,7 +9,7 @@ packages=(
   clang libclang-rt-14-dev
   iproute2 procps
   dpkg-dev
-  libcpp-httplib-dev
+  libcpp-httplib-dev libmicrohttpd-dev
   chromium chromium-driver python3-selenium
 )
 

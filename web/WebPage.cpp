@@ -4,6 +4,12 @@
 #include <cstdlib>
 
 #include "frame/KVTException.h"
+#include "web/HTMLText.h"
+
+std::string FormTokenField(const CKVTHttpRequest& request) {
+  return std::string("<INPUT type='hidden' name='") + CKVTHttpRequest::kFormTokenField + "' value='" +
+         HtmlAttribute(request.FormToken) + "'>";
+}
 
 std::string DecodeFormValue(const std::string& encoded) {
   std::string decoded;

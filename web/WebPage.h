@@ -10,6 +10,7 @@
 class CKVTHttpRequest {
  public:
   static constexpr int kMethodPost = 2;
+  static constexpr const char* kFormTokenField = "formtoken";
 
   std::string AttributeGetValue(const std::string& name) const;
   // The form value with %XX and '+' decoded; absent and empty read the same.
@@ -17,6 +18,9 @@ class CKVTHttpRequest {
 
   int Method = 0;
   std::string Path;
+  // The web server's anti-forgery token: every form that changes something carries it
+  // back in the field kFormTokenField, and the web server refuses a POST without it.
+  std::string FormToken;
   std::map<std::string, std::string> Attributes;
   // Still URL-encoded, as the browser sent it.
   std::map<std::string, std::string> Form;
@@ -50,6 +54,10 @@ class CWebPage {
   std::string Path;
   BOOL InMenu;
 };
+
+// The hidden field that carries the request's anti-forgery token, to put into every form
+// that is sent by POST.
+std::string FormTokenField(const CKVTHttpRequest& request);
 
 // Decodes a URL-encoded form value: "%41" is 'A', '+' is a blank.
 std::string DecodeFormValue(const std::string& encoded);
