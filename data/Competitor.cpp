@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <set>
 
 #include "data/SideRecords.h"
 #include "frame/KVTException.h"
@@ -154,11 +155,14 @@ void CCompetitorContainer::OnRemoveCompetitors(CModuleMessage& message) {
   Guarded("CCompetitorContainer::OnRemoveCompetitors()", [&] {
     int count = 0;
     message >> count;
+    // An ID named twice is removed once: the list is told to the observers, then freed
+    // entry by entry.
+    std::set<DWORD> named;
     for (int i = 0; i < count; ++i) {
       DWORD id = 0;
       message >> id;
       auto found = Competitors.find(id);
-      if (found != Competitors.end()) Removed.push_back(found->second);
+      if (found != Competitors.end() && named.insert(id).second) Removed.push_back(found->second);
     }
     UpdateTransponderMap();
     Owner->RemoveCompetitors();

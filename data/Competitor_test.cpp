@@ -192,6 +192,41 @@ TEST(Competitors, RemoveRebuildsTheMapBeforeTheCompetitorGoesAndStillNotifiesWhe
   EXPECT_EQ(stored->Competitors->FindTransponder(11), 0xFFFFFFFFu);
 }
 
+namespace {
+
+// Notes which competitors the container reports as removed when it tells its observers.
+struct CRemovedLog : CCompetitorsObserver {
+  explicit CRemovedLog(const CBaseCompetitorContainer& container) : Container(container) {}
+  void OnSubjectNotify(BYTE kind, CCompetitorsSubject* subject) override {
+    (void)subject;
+    if (kind != 3) return;
+    for (const CBaseCompetitor* competitor : Container.Removed) RemovedIDs.push_back(competitor->UniqueID);
+  }
+  const CBaseCompetitorContainer& Container;
+  std::vector<DWORD> RemovedIDs;
+};
+
+}  // namespace
+
+TEST(Competitors, RemoveNamingTheSameCompetitorTwiceRemovesAndReportsItOnce) {
+  CLiveLink link;
+  CBaseDataComm model;
+  auto* run = new CRun(nullptr);
+  run->UniqueID = 0x40000001;
+  run->Competitors->Competitors[1] = NewCompetitor(1, {11});
+  run->Competitors->Competitors[2] = NewCompetitor(2, {22});
+  model.Runs[run->UniqueID] = run;
+  link.Apply(DataEncoder::Snapshot(model));
+  CRun* stored = link.Store().FindRun(0x40000001);
+  CRemovedLog log(*stored->Competitors);
+  log.Attach(static_cast<CCompetitorsSubject*>(stored));
+  link.Apply(DataEncoder::RemoveCompetitors(0x40000001, {1, 7, 1}));
+  EXPECT_EQ(log.RemovedIDs, (std::vector<DWORD>{1}));
+  ASSERT_EQ(stored->Competitors->Competitors.size(), 1u);
+  EXPECT_EQ(stored->Competitors->Competitors.begin()->first, 2u);
+  EXPECT_TRUE(stored->Competitors->Removed.empty());
+}
+
 TEST(Competitors, LabelsAreKeptOnlyWhenNotEmptyUnderTheRawValue) {
   CBaseCompetitor source;
   source.Transponders = {0x20000005, 6};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <limits>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
@@ -120,6 +121,34 @@ void ReadTrack(const json& track, const std::string& place, RaceDescription& rac
   }
 }
 
+// Every chain of parents must end at a root event: the views walk up the chain. Each
+// event is walked once, so a long chain costs no more than its length.
+void RefuseParentCircles(const std::vector<RaceEventPlan>& events, const std::string& place) {
+  std::map<DWORD, std::size_t> indexOf;
+  for (std::size_t i = 0; i < events.size(); ++i) indexOf[events[i].ID] = i;
+  enum class Walked { Not, Now, ToRoot };
+  std::vector<Walked> state(events.size(), Walked::Not);
+  for (std::size_t start = 0; start < events.size(); ++start) {
+    std::vector<std::size_t> walk;
+    std::size_t at = start;
+    while (state[at] == Walked::Not) {
+      state[at] = Walked::Now;
+      walk.push_back(at);
+      if (events[at].Parent == 0) break;
+      at = indexOf.at(events[at].Parent);
+    }
+    if (state[at] == Walked::Now && events[at].Parent != 0) {
+      // The walk came back to `at`: the circle is the walk from there on. Named at the
+      // event of the circle that stands first in the file.
+      const std::size_t first = *std::min_element(std::find(walk.begin(), walk.end(), at), walk.end());
+      throw RaceFileFault(Member(Element(place, first), "parent"),
+                          "event " + std::to_string(events[first].ID) +
+                              " lies below itself (its parents run in a circle)");
+    }
+    for (std::size_t walked : walk) state[walked] = Walked::ToRoot;
+  }
+}
+
 void ReadEvents(const json& events, const std::string& place, RaceDescription& race) {
   ArrayAt(events, place);
   if (events.empty()) throw RaceFileFault(place, "needs at least one event");
@@ -139,6 +168,7 @@ void ReadEvents(const json& events, const std::string& place, RaceDescription& r
       throw RaceFileFault(Member(Element(place, i), "parent"), "no event has the id " + std::to_string(race.Events[i].Parent));
     }
   }
+  RefuseParentCircles(race.Events, place);
 }
 
 void ReadRuns(const json& runs, const std::string& place, RaceDescription& race) {

@@ -111,3 +111,30 @@ TEST(RaceFile, ValuesOfTheWrongKindOrOutOfRangeAreRefused) {
             "race file race.json: competitors[1].id: competitor id used twice");
   EXPECT_EQ(Error("[1, 2]"), "race file race.json: top level: expected an object");
 }
+
+TEST(RaceFile, AnEventThatIsItsOwnParentIsRefused) {
+  EXPECT_EQ(Error(Replaced(kSmallRace, R"("parent": 1})", R"("parent": 2})")),
+            "race file race.json: events[1].parent: event 2 lies below itself (its parents run in a circle)");
+}
+
+TEST(RaceFile, ParentsThatRunInACircleAreRefusedAtTheFirstEventOfTheCircle) {
+  // 1 -> 3 -> 2 -> 1, and event 4 hangs below the circle without being part of it.
+  const std::string outside = Replaced(kSmallRace, R"({"id": 1, "name": "Cup"})",
+                                       R"({"id": 4, "name": "Open", "parent": 2}, {"id": 1, "name": "Cup", "parent": 3})");
+  const std::string circle = Replaced(outside, R"({"id": 2, "name": "Juniors", "parent": 1})",
+                                      R"({"id": 2, "name": "Juniors", "parent": 1}, {"id": 3, "name": "Seniors", "parent": 2})");
+  EXPECT_EQ(Error(circle),
+            "race file race.json: events[1].parent: event 1 lies below itself (its parents run in a circle)");
+}
+
+TEST(RaceFile, ADeepChainOfEventsWithoutACircleReads) {
+  std::string events = R"({"id": 1, "name": "E1"})";
+  for (int id = 2; id <= 2000; ++id) {
+    events += R"(, {"id": )" + std::to_string(id) + R"(, "name": "E", "parent": )" + std::to_string(id - 1) + "}";
+  }
+  RaceDescription race;
+  std::string error;
+  const std::string chain =
+      Replaced(kSmallRace, R"({"id": 1, "name": "Cup"}, {"id": 2, "name": "Juniors", "parent": 1})", events);
+  EXPECT_TRUE(ReadRaceDescription(chain, "race.json", race, error)) << error;
+}

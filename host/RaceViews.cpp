@@ -72,6 +72,17 @@ const RaceEventPlan* EventOf(const RaceDescription& race, DWORD fileID) {
   return nullptr;
 }
 
+// The root event above `event`; none when the parents run in a circle. The reader
+// refuses such a file, but a walk up the chain never takes more steps than there are
+// events.
+const RaceEventPlan* RootOf(const RaceDescription& race, const RaceEventPlan* event) {
+  for (std::size_t steps = 0; event != nullptr && steps < race.Events.size(); ++steps) {
+    if (event->Parent == 0) return event;
+    event = EventOf(race, event->Parent);
+  }
+  return nullptr;
+}
+
 // The behind-the-leader value of sort type 0: laps behind, else the time behind at the line.
 KVTTIME RaceGap(const SimCompetitor& ahead, const SimCompetitor& behind) {
   if (behind.Laps == 0 || ahead.Laps == 0) return KVTTIME_NULL;
@@ -208,9 +219,8 @@ const std::vector<ColumnDef<RunInfoContext>>& RunInfoColumns() {
   static const std::vector<ColumnDef<C>> defs = {
       {kString, "Event", "lgHeader_ParentEvent",
        [](V& v, const C& c) {
-         const RaceEventPlan* event = c.Event();
-         while (event != nullptr && event->Parent != 0) event = EventOf(c.Meeting.Race(), event->Parent);
-         v.Text = event != nullptr ? event->Name : "";
+         const RaceEventPlan* root = RootOf(c.Meeting.Race(), c.Event());
+         v.Text = root != nullptr ? root->Name : "";
        }},
       {kString, "Track", "lgHeader_Track", [](V& v, const C& c) { v.Text = c.Meeting.Race().TrackName; }},
       {kString, "Group", "lgHeader_Event",
@@ -296,9 +306,11 @@ const std::vector<ColumnDef<ScheduleContext>>& ScheduleColumns() {
 
 // True when the event of the file `fileID` is `wanted` or lies below it.
 bool EventWithin(const RaceDescription& race, DWORD fileID, DWORD wanted) {
-  for (const RaceEventPlan* event = EventOf(race, fileID); event != nullptr; event = EventOf(race, event->Parent)) {
+  const RaceEventPlan* event = EventOf(race, fileID);
+  for (std::size_t steps = 0; event != nullptr && steps < race.Events.size(); ++steps) {
     if (event->ID == wanted) return true;
     if (event->Parent == 0) break;
+    event = EventOf(race, event->Parent);
   }
   return false;
 }

@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <numeric>
 
@@ -293,4 +296,32 @@ TEST(RaceViews, EveryColumnATableCanNameIsServedByAView) {
     }
     EXPECT_TRUE(served) << column << " (" << key << ")";
   }
+}
+
+// The reader refuses a file whose event parents run in a circle; the views must still end
+// on such a description (built here by hand). Each walk runs in a child process under an
+// alarm, so a walk that never ends fails the test instead of hanging it.
+TEST(RaceViewsDeathTest, EventParentsInACircleEndTheWalksOfTheViews) {
+  RaceDescription race = Meeting();
+  race.Events[0].Parent = 2;  // Cup below Seniors below Cup
+  race.Events.push_back({3, "Open", 0});
+  CRaceSimulation meeting(race, 2, false, 0, 0);
+  EXPECT_EXIT(
+      {
+        alarm(10);
+        const ViewRowValues info = RaceViews::Rows({RaceViews::kRunInfo, kQualifying, -1}, meeting).at(0);
+        // Without a root the top event is unknown; the run's own event still shows.
+        const bool shown = Cell(info, RaceViews::kRunInfo, "lgHeader_ParentEvent").Text.empty() &&
+                           Cell(info, RaceViews::kRunInfo, "lgHeader_Event").Text == "Seniors";
+        std::exit(shown ? 0 : 3);
+      },
+      ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(
+      {
+        alarm(10);
+        const bool none = RaceViews::Rows({RaceViews::kSchedule, kRaceEventBit | 3, -1}, meeting).empty();
+        const bool both = RaceViews::Rows({RaceViews::kSchedule, kRaceEventBit | 1, -1}, meeting).size() == 2;
+        std::exit(none && both ? 0 : 3);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
