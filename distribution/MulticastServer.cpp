@@ -3,6 +3,7 @@
 #include "distribution/ZOLServer.h"
 #include "frame/IniFile.h"
 #include "frame/KVTException.h"
+#include "frame/platform/ErrorText.h"
 #include "frame/platform/Sockets.h"
 
 CZOLMulticastServer::CZOLMulticastServer(DWORD id) : CZOLOutputPort(id) {
@@ -37,12 +38,28 @@ BOOL CZOLMulticastServer::OpenServerSocket() {
     InfoLine1 = "Port: " + std::to_string(Port);
     InfoLine2 = "IP: " + Address;
     platform::CloseSocket(Handle);  // what a failed earlier open left behind
+    Handle = -1;
+    const std::string target = "multicast group " + Address + " port " + std::to_string(Port);
+    if (!platform::IsMulticastAddress(Address)) {
+      SetFailureReason("cannot send to " + target + ": " + Address + " is not an IPv4 multicast address");
+      return FALSE;
+    }
+    if (Port == 0 || Port > 65535) {
+      SetFailureReason("cannot send to " + target + ": the port number is not from 1 to 65535");
+      return FALSE;
+    }
+    // Each step names itself in the reason; the error is read before anything else runs.
+    const auto failed = [&](const char* step) {
+      SetFailureReason("cannot send to " + target + ": " + step + ": " + platform::ErrorText(platform::LastError()));
+      return FALSE;
+    };
     Handle = platform::OpenUdpSocket();
-    if (Handle < 0) return FALSE;
-    if (!platform::BindAnyAddress(Handle, 0)) return FALSE;
-    if (!platform::JoinMulticastGroup(Handle, Address)) return FALSE;
-    if (!platform::SetMulticastTtl(Handle, 2)) return FALSE;
-    if (!platform::SetMulticastLoopback(Handle, false)) return FALSE;
+    if (Handle < 0) return failed("no socket");
+    if (!platform::BindAnyAddress(Handle, 0)) return failed("bind");
+    if (!platform::JoinMulticastGroup(Handle, Address)) return failed("join");
+    if (!platform::SetMulticastTtl(Handle, 2)) return failed("TTL");
+    if (!platform::SetMulticastLoopback(Handle, false)) return failed("loopback");
+    SetFailureReason("");
     return TRUE;
   });
 }

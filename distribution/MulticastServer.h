@@ -15,6 +15,7 @@ class CZOLMulticastServer : public CZOLOutputPort {
   void Start() override;
   void Stop() override;
   std::string GetSettingsAsHTML() override;
+  std::string CheckPost(const CKVTHttpRequest& request) override;
   BOOL ProcessPost(CKVTHttpRequest& request) override;
   void SendPacket(const BYTE* packet) override;
 

@@ -3,6 +3,7 @@
 #include "distribution/PacketFormat.h"
 #include "frame/KVTException.h"
 #include "web/HTMLText.h"
+#include "web/ServerPages.h"
 
 std::string COutputPage::GetWebDirectory() const {
   // Plain files keep "\\" between their folders; a browser path has "/".
@@ -23,15 +24,18 @@ std::string COutputPage::GetPageAsHTMLRow(const std::string& siteName, const std
     if (number == 0) {
       html += "<TD><B>Site Information</B></TD>";
     } else {
-      html += "<TD><A HREF=\"/zol/" + siteName + "/" + webPath + "\"> " + Filename + "</A>";
+      const std::string link = HtmlAttribute(SitePageLink(siteName, webPath));
+      html += "<TD><A HREF=\"" + link + "\"> " + HtmlText(Filename) + "</A>";
       std::string query;
-      if (!directory.empty()) query += "path=" + directory + "&";
-      query += "file=" + Filename + "\">edit</A>)";
+      if (!directory.empty()) query += "path=" + UrlPath(directory) + "&";
+      query += "file=" + UrlQueryValue(Filename);
+      // Every part is %XX-encoded, so the query holds nothing that an attribute must escape.
+      const std::string editLink = "<A HREF=\"editcontent.html?" + query + "\">edit</A>)";
       if (IsTemplate != 0) {
-        html += " (<A HREF=\"/zol/" + siteName + "/" + webPath + "?raw=yes\">raw</A>,";
-        html += " <A HREF=\"editcontent.html?" + query;
+        html += " (<A HREF=\"" + link + "?raw=yes\">raw</A>,";
+        html += " " + editLink;
       } else if (Extension == "css") {
-        html += " (<A HREF=\"editcontent.html?" + query;
+        html += " (" + editLink;
       }
       html += "</TD>";
     }

@@ -151,6 +151,21 @@ void CZOLOutputPort::DetermineDataRate() {
   });
 }
 
+void CZOLOutputPort::SetFailureReason(const std::string& reason) {
+  Guarded("CZOLOutputPort::SetFailureReason()", [&] {
+    {
+      std::lock_guard<std::mutex> lock(FailureMutex);
+      FailureReason = reason;
+    }
+    if (!reason.empty()) WriteLog(TypeName + " (ID " + std::to_string(ID) + ") did not start: " + reason + ".");
+  });
+}
+
+std::string CZOLOutputPort::GetFailureReason() const {
+  std::lock_guard<std::mutex> lock(FailureMutex);
+  return FailureReason;
+}
+
 void CZOLOutputPort::WriteLog(const std::string& line) {
   Guarded("CZOLOutputPort::WriteLog()", [&] { ModuleLog(line); });
 }

@@ -42,13 +42,23 @@ class CZOLOutputPort {
   virtual void DetermineDataRate();
   // The fields of the port's own settings in its editor on the main page.
   virtual std::string GetSettingsAsHTML();
+  // What is wrong with the posted editor form, for the page; empty when every value can
+  // be taken. A refused form changes nothing.
+  virtual std::string CheckPost(const CKVTHttpRequest& request);
   // Applies the posted editor form: 1 when anything changed (the port was stopped and,
-  // if asked, started again), 0 when all values stood as they were.
+  // if asked, started again), 0 when all values stood as they were or were refused.
   virtual BOOL ProcessPost(CKVTHttpRequest& request);
   virtual void SendPacket(const BYTE* packet) = 0;
 
-  // The port's row in the port overview, with its hidden editor row.
-  std::string GetPortAsHTML();
+  // The port's row in the port overview, with its hidden editor row; the forms carry the
+  // request's anti-forgery token.
+  std::string GetPortAsHTML(const CKVTHttpRequest& request);
+  // The state cells of the port's row: green with the state and information texts while
+  // it runs, else red "None" with the reason its last start failed, if there is one.
+  std::string GetStateCellsAsHTML();
+  // Why the last start failed ("cannot listen on TCP port 51000: address in use"); empty
+  // when it did not fail. Set by the sending thread too, so kept under a lock.
+  std::string GetFailureReason() const;
 
   // The packet with the lowest key, or null; the caller frees it with delete[].
   BYTE* PopPacket();
@@ -95,6 +105,8 @@ class CZOLOutputPort {
   void CountPacketSent();
   // Frees every queued block and empties the maps.
   void ClearQueue();
+  // Records why a start failed and logs it; a start that works clears it with "".
+  void SetFailureReason(const std::string& reason);
 
   DWORD ID = 0;
   std::string TypeName;
@@ -119,4 +131,8 @@ class CZOLOutputPort {
   std::map<DWORD, BYTE> InQueue;
   std::map<DWORD, BYTE> PageSequences;
   std::thread Thread;
+
+ private:
+  mutable std::mutex FailureMutex;
+  std::string FailureReason;
 };

@@ -8,7 +8,9 @@
 #include "distribution/SerialPort.h"
 #include "distribution/TCPIPServer.h"
 #include "frame/KVTException.h"
+#include "frame/platform/Sockets.h"
 #include "web/HTMLText.h"
+#include "web/ServerPages.h"
 #include "web/WebPage.h"
 
 namespace {
@@ -18,8 +20,31 @@ constexpr DWORD kBaudRates[] = {9600, 19200, 38400, 57600, 115200, 230400};
 // An unchecked box sends nothing; a checked one sends "on".
 bool PostedActive(const CKVTHttpRequest& request) { return request.FormGetValue("portactive") == "on"; }
 
+// Decimal digits only, at most `highest`; false for empty text, signs, blanks and letters.
+bool ParseBoundedNumber(const std::string& text, DWORD lowest, DWORD highest, DWORD& number) {
+  if (text.empty() || text.size() > 10) return false;
+  unsigned long long value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return false;
+    value = value * 10 + static_cast<unsigned long long>(c - '0');
+  }
+  if (value < lowest || value > highest) return false;
+  number = static_cast<DWORD>(value);
+  return true;
+}
+
 DWORD PostedNumber(const CKVTHttpRequest& request, const char* field) {
-  return static_cast<DWORD>(std::atoi(request.FormGetValue(field).c_str()));
+  DWORD number = 0;
+  ParseBoundedNumber(request.FormGetValue(field), 0, 0xFFFFFFFEu, number);
+  return number;
+}
+
+// The message for a port number field that is not 1 to 65535; empty when it is.
+std::string CheckPortNumber(const CKVTHttpRequest& request, const char* field) {
+  const std::string text = request.FormGetValue(field);
+  DWORD number = 0;
+  if (ParseBoundedNumber(text, 1, 65535, number)) return std::string();
+  return "The port number must be a whole number from 1 to 65535, not '" + text + "'.";
 }
 
 }  // namespace
@@ -28,7 +53,7 @@ std::string CZOLOutputPort::GetStatisticsAsHTML() {
   return Guarded("CZOLOutputPort::GetStatisticsAsHTML()", [&] {
     // Everything sent since the counters were cleared, this second's bytes included.
     const long long sent = TotalBytes + SentBytes.load();
-    std::string html = "<TR><TD>" + TypeName + "</TD>";
+    std::string html = "<TR><TD>" + HtmlText(TypeName) + "</TD>";
     html += HTMLFormat("<TD>%dk</TD>", QueuedBytes.load() / 1000);
     html += HTMLFormat("<TD>%dk</TD>", static_cast<int>(sent / 1000));
     html += HTMLFormat("<TD>%d (%0.2lf KB/sec)</TD>", static_cast<int>(DataRate), DataRate / 8.0 / 1024.0);
@@ -42,6 +67,13 @@ std::string CZOLOutputPort::GetSettingsAsHTML() {
   return Guarded("CZOLOutputPort::GetSettingsAsHTML()", [&] { return std::string(); });
 }
 
+std::string CZOLOutputPort::CheckPost(const CKVTHttpRequest& request) {
+  return Guarded("CZOLOutputPort::CheckPost()", [&] {
+    (void)request;
+    return std::string();
+  });
+}
+
 BOOL CZOLOutputPort::ProcessPost(CKVTHttpRequest& request) {
   return Guarded("CZOLOutputPort::ProcessPost()", [&] {
     (void)request;
@@ -49,24 +81,29 @@ BOOL CZOLOutputPort::ProcessPost(CKVTHttpRequest& request) {
   });
 }
 
-std::string CZOLOutputPort::GetPortAsHTML() {
+std::string CZOLOutputPort::GetStateCellsAsHTML() {
+  return Guarded("CZOLOutputPort::GetStateCellsAsHTML()", [&] {
+    if (IsRunning() != 0) {
+      return "<TD width='100px' bgcolor='green'><FONT COLOR='white'>" + HtmlText(InfoLine1) + "</FONT></TD><TD>" +
+             HtmlText(InfoLine2) + "</TD>";
+    }
+    const std::string reason = GetFailureReason();
+    return "<TD BGCOLOR='red'>None" + (reason.empty() ? std::string() : ": " + HtmlText(reason)) + "</TD><TD>N/A</TD>";
+  });
+}
+
+std::string CZOLOutputPort::GetPortAsHTML(const CKVTHttpRequest& request) {
   return Guarded("CZOLOutputPort::GetPortAsHTML()", [&] {
     const long id = static_cast<long>(ID);
     const bool active = IsRunning() != 0;
-    std::string html = "<TR><TD width='250px'>" + TypeName;
+    std::string html = "<TR><TD width='250px'>" + HtmlText(TypeName);
     html += HTMLFormat(
         " (<A HREF=\"#\" onclick=\"theDiv=document.getElementById('settings%ld');if (theDiv != null) "
         "theDiv.style.display='block'; return false;\">edit</A>)",
         id);
     html += "</TD>";
-    if (active) {
-      html += "<TD width='100px' bgcolor='green'><FONT COLOR='white'>" + InfoLine1 + "</FONT></TD>";
-      html += "<TD>" + InfoLine2 + "</TD>";
-    } else {
-      html += "<TD BGCOLOR='red'>None</TD><TD>N/A</TD>";
-    }
-    html += HTMLFormat(
-        "<TD><A HREF=\"deleteport.html?ID=%ld\" onclick=\"return confirm('Delete the port?');\">Delete</A></TD>\n", id);
+    html += GetStateCellsAsHTML();
+    html += "<TD>" + PortActionForm("deleteport.html", ID, "Delete", "Delete the port?", request) + "</TD>\n";
     html += "</TR>\n";
     html += "<TR><TD COLSPAN='3'>";
     html += HTMLFormat(
@@ -74,6 +111,7 @@ std::string CZOLOutputPort::GetPortAsHTML() {
         "border-style: solid; border-width: 1px;'>",
         id);
     html += "<FORM name='settingsform' method='post' action='index.html' style='margin: 0px;'>\n";
+    html += FormTokenField(request);
     html += "<TABLE width='100%'><TR><TD COLSPAN='2'>";
     html += HTMLFormat("<INPUT type='hidden' name='portid' value='%ld'>\n", id);
     html += GetSettingsAsHTML();
@@ -96,6 +134,19 @@ std::string CZOLOutputPort::GetPortAsHTML() {
 
 // ---- TCP ----------------------------------------------------------------------------
 
+std::string CZOLTCPIPSocket::GetStatisticsAsHTML() {
+  return Guarded("CZOLTCPIPSocket::GetStatisticsAsHTML()", [&] {
+    const long long sent = TotalBytes + SentBytes.load();
+    std::string html = "<TR><TD>" + HtmlText("Client " + GetPeerText()) + "</TD>";
+    html += HTMLFormat("<TD>%dk</TD>", QueuedBytes.load() / 1000);
+    html += HTMLFormat("<TD>%dk</TD>", static_cast<int>(sent / 1000));
+    html += HTMLFormat("<TD>%d (%0.2lf KB/sec)</TD>", static_cast<int>(DataRate), DataRate / 8.0 / 1024.0);
+    html += Handle == -1 ? std::string("<TD>-</TD>") : HTMLFormat("<TD>0x%04X</TD>", static_cast<unsigned>(Handle));
+    html += "</TR>\n";
+    return html;
+  });
+}
+
 std::string CZOLTCPIPServer::GetStatisticsAsHTML() {
   return Guarded("CZOLTCPIPServer::GetStatisticsAsHTML()", [&] {
     std::string html;
@@ -109,17 +160,23 @@ std::string CZOLTCPIPServer::GetSettingsAsHTML() {
   return Guarded("CZOLTCPIPServer::GetSettingsAsHTML()", [&] {
     return HTMLFormat(
         "<TABLE><TR><TD>Port Number:</TD><TD><INPUT type='text' name='tcpipport' style='width: 60px;' maxlength='5' "
-        "value='%d'></TD></TR></TABLE>\n",
-        static_cast<int>(Port));
+        "value='%lu'></TD></TR></TABLE>\n",
+        static_cast<unsigned long>(Port));
   });
+}
+
+std::string CZOLTCPIPServer::CheckPost(const CKVTHttpRequest& request) {
+  return Guarded("CZOLTCPIPServer::CheckPost()", [&] { return CheckPortNumber(request, "tcpipport"); });
 }
 
 BOOL CZOLTCPIPServer::ProcessPost(CKVTHttpRequest& request) {
   return Guarded("CZOLTCPIPServer::ProcessPost()", [&]() -> BOOL {
+    if (!CheckPost(request).empty()) return FALSE;
     const bool active = PostedActive(request);
     const DWORD port = PostedNumber(request, "tcpipport");
     if (port == Port && active == (IsRunning() != 0)) return FALSE;
     Stop();
+    SetFailureReason("");
     Port = port;
     if (active) Start();
     return TRUE;
@@ -132,22 +189,35 @@ std::string CZOLMulticastServer::GetSettingsAsHTML() {
   return Guarded("CZOLMulticastServer::GetSettingsAsHTML()", [&] {
     std::string html = "<TABLE><TR><TD>Address:</TD><TD><INPUT type='text' name='multicastaddress' "
                        "style='width: 120px;' maxlength='16' value='" +
-                       Address + "'></TD></TR>\n";
+                       HtmlAttribute(Address) + "'></TD></TR>\n";
     html += HTMLFormat(
         "<TR><TD>Port Number:</TD><TD><INPUT type='text' name='multicastport' style='width: 60px;' maxlength='5' "
-        "value='%d'></TD></TR></TABLE>\n",
-        static_cast<int>(Port));
+        "value='%lu'></TD></TR></TABLE>\n",
+        static_cast<unsigned long>(Port));
     return html;
+  });
+}
+
+std::string CZOLMulticastServer::CheckPost(const CKVTHttpRequest& request) {
+  return Guarded("CZOLMulticastServer::CheckPost()", [&]() -> std::string {
+    const std::string address = request.FormGetValue("multicastaddress");
+    if (!platform::IsMulticastAddress(address)) {
+      return "The address must be an IPv4 multicast address from 224.0.0.0 to 239.255.255.255, not '" + address +
+             "'.";
+    }
+    return CheckPortNumber(request, "multicastport");
   });
 }
 
 BOOL CZOLMulticastServer::ProcessPost(CKVTHttpRequest& request) {
   return Guarded("CZOLMulticastServer::ProcessPost()", [&]() -> BOOL {
+    if (!CheckPost(request).empty()) return FALSE;
     const bool active = PostedActive(request);
     const std::string address = request.FormGetValue("multicastaddress");
     const DWORD port = PostedNumber(request, "multicastport");
     if (address == Address && port == Port && active == (IsRunning() != 0)) return FALSE;
     Stop();
+    SetFailureReason("");
     Address = address;
     Port = port;
     if (active) Start();
@@ -171,13 +241,34 @@ std::string CZOLSerialPort::GetSettingsAsHTML() {
   });
 }
 
+std::string CZOLSerialPort::CheckPost(const CKVTHttpRequest& request) {
+  return Guarded("CZOLSerialPort::CheckPost()", [&]() -> std::string {
+    const std::string comPort = request.FormGetValue("comport");
+    DWORD number = 0;
+    if (!ParseBoundedNumber(comPort, 0, kHighestComPort, number)) {
+      return "The serial line must be one of COM1 to COM" + std::to_string(kHighestComPort) + ", not '" + comPort +
+             "'.";
+    }
+    const std::string rate = request.FormGetValue("baudrate");
+    DWORD baudRate = 0;
+    if (ParseBoundedNumber(rate, 1, 0xFFFFFFFEu, baudRate)) {
+      for (DWORD listed : kBaudRates) {
+        if (listed == baudRate) return std::string();
+      }
+    }
+    return "The baud rate must be one of 9600, 19200, 38400, 57600, 115200 and 230400, not '" + rate + "'.";
+  });
+}
+
 BOOL CZOLSerialPort::ProcessPost(CKVTHttpRequest& request) {
   return Guarded("CZOLSerialPort::ProcessPost()", [&]() -> BOOL {
+    if (!CheckPost(request).empty()) return FALSE;
     const bool active = PostedActive(request);
     const DWORD comPort = PostedNumber(request, "comport");
     const DWORD baudRate = PostedNumber(request, "baudrate");
     if (comPort == ComPort && baudRate == BaudRate && active == (IsRunning() != 0)) return FALSE;
     Stop();
+    SetFailureReason("");
     ComPort = comPort;
     BaudRate = baudRate;
     GetCOMPorts();

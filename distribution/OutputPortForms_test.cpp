@@ -48,23 +48,49 @@ TEST(PortForms, SerialApplyStoresTheValuesRebuildsTheListAndAStartThatFailsLeave
   EXPECT_EQ(port.ProcessPost(request), TRUE);
   EXPECT_EQ(port.GetComPort(), 4u);
   EXPECT_EQ(port.GetBaudRate(), 9600u);
-  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='4' SELECTED>COM4") << "the port's own number is always listed";
+  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='4' SELECTED>COM4 (/nonexistent/zol-tty4)")
+      << "the port's own number is always listed, with its device";
   EXPECT_EQ(port.IsRunning(), 0) << "COM 4 leads nowhere";
+  EXPECT_EQ(port.GetFailureReason(), "cannot open /nonexistent/zol-tty4 (COM4): no such device");
   // The same values again: nothing changed, nothing done.
   EXPECT_EQ(port.ProcessPost(request), TRUE) << "the port is not running, so the active flag differs";
   CKVTHttpRequest stopped = Form({{"comport", "4"}, {"baudrate", "9600"}});
   EXPECT_EQ(port.ProcessPost(stopped), FALSE);
 }
 
-TEST(PortForms, EmptyTcpPortFieldIsPortZero) {
+TEST(PortForms, TcpPortFieldOutsideOneTo65535IsRefusedAndChangesNothing) {
   LogCapturePackage package;
   InstalledPackage scope(&package);
   CZOLTCPIPServer port(2);
-  CKVTHttpRequest request = Form({{"tcpipport", ""}});
-  EXPECT_EQ(port.ProcessPost(request), TRUE);
-  EXPECT_EQ(port.GetPort(), 0u);
-  EXPECT_EQ(port.IsRunning(), 0);
-  EXPECT_EQ(port.ProcessPost(request), FALSE);
+  for (const char* value : {"", "0", "65536", "99999", "abc", "-1", " 80"}) {
+    CKVTHttpRequest request = Form({{"tcpipport", value}});
+    EXPECT_EQ(port.CheckPost(request), std::string("The port number must be a whole number from 1 to 65535, not '") +
+                                           value + "'.");
+    EXPECT_EQ(port.ProcessPost(request), FALSE) << value;
+    EXPECT_EQ(port.GetPort(), 51000u) << value;
+  }
+  EXPECT_TRUE(package.GetLines().empty()) << "no stop, no start";
+  CKVTHttpRequest valid = Form({{"tcpipport", "65535"}});
+  EXPECT_EQ(port.CheckPost(valid), "");
+  EXPECT_EQ(port.ProcessPost(valid), TRUE);
+  EXPECT_EQ(port.GetPort(), 65535u);
+}
+
+TEST(PortForms, SerialRateNotInTheListAndMulticastAddressOutsideTheGroupsAreRefused) {
+  NoComPorts none;
+  InstalledPackage scope(&none.Package);
+  CZOLSerialPort serial(1);
+  CKVTHttpRequest oddRate = Form({{"comport", "4"}, {"baudrate", "12345"}});
+  EXPECT_NE(serial.CheckPost(oddRate), "");
+  EXPECT_EQ(serial.ProcessPost(oddRate), FALSE);
+  EXPECT_EQ(serial.GetBaudRate(), 115200u);
+  EXPECT_NE(serial.CheckPost(Form({{"comport", "16"}, {"baudrate", "9600"}})), "");
+  EXPECT_EQ(serial.CheckPost(Form({{"comport", "4"}, {"baudrate", "9600"}})), "");
+  CZOLMulticastServer multicast(3);
+  EXPECT_NE(multicast.CheckPost(Form({{"multicastaddress", "10.1.2.3"}, {"multicastport", "7125"}})), "");
+  EXPECT_NE(multicast.CheckPost(Form({{"multicastaddress", "240.0.0.1"}, {"multicastport", "7125"}})), "");
+  EXPECT_NE(multicast.CheckPost(Form({{"multicastaddress", "239.1.1.1"}, {"multicastport", "65536"}})), "");
+  EXPECT_EQ(multicast.CheckPost(Form({{"multicastaddress", "239.1.1.1"}, {"multicastport", "65535"}})), "");
 }
 
 TEST(PortForms, MulticastApplyWithoutAChangeTouchesNothing) {

@@ -11,6 +11,7 @@
 #include "frame/Types.h"
 
 class CIniFile;
+class CKVTHttpRequest;
 class CZOLOutputPort;
 
 class CZOLOutputStream {
@@ -31,7 +32,8 @@ class CZOLOutputStream {
   // Drops a site's queued packets on every port, running or not.
   void ClearAllPackets(DWORD siteNumber);
   // One row per port of the stream, with its remove link, for the site's content page.
-  std::string GetPortsAsHTML();
+  // The rows of the stream's ports; their remove forms carry the request's token.
+  std::string GetPortsAsHTML(const CKVTHttpRequest& request);
   // A root directory as the settings give it: ending in a separator, and a relative one
   // put behind the application directory.
   static std::string MakeRoot(const std::string& root);

@@ -7,8 +7,10 @@
 #include "frame/IniFile.h"
 #include "frame/KVTException.h"
 #include "frame/Package.h"
+#include "frame/platform/ErrorText.h"
 #include "frame/platform/SerialLine.h"
 #include "frame/platform/Time.h"
+#include "web/HTMLText.h"
 
 namespace {
 
@@ -63,7 +65,13 @@ void CZOLSerialPort::GetCOMPorts() {
       if (!listed) continue;
       options += "<OPTION VALUE='" + std::to_string(i) + "'";
       if (static_cast<DWORD>(i) == ComPort) options += " SELECTED";
-      options += ">COM" + std::to_string(i);
+      std::string label = "COM";
+      label += std::to_string(i);
+      label += " (";
+      label += DeviceOf(static_cast<DWORD>(i));
+      label += ")";
+      options += ">";
+      options += HtmlText(label);
     }
     ComPortOptions = options.empty() ? "<OPTION VALUE='0'>None" : options;
   });
@@ -71,16 +79,27 @@ void CZOLSerialPort::GetCOMPorts() {
 
 BOOL CZOLSerialPort::OpenPort() {
   return Guarded("CZOLSerialPort::OpenPort()", [&]() -> BOOL {
-    InfoLine1 = "COM " + std::to_string(ComPort);
+    const std::string device = DeviceOf(ComPort);
+    InfoLine1 = "COM " + std::to_string(ComPort) + " (" + device + ")";
     InfoLine2 = "Baudrate: " + std::to_string(BaudRate);
     ClosePort();
-    if (ComPort == 0) return FALSE;  // "None": there is no COM0
-    Handle = platform::OpenSerialForWriting(DeviceOf(ComPort));
-    if (Handle < 0) {
-      Handle = -1;
+    if (ComPort == 0) {  // "None": there is no COM0
+      SetFailureReason("no serial line chosen");
       return FALSE;
     }
-    if (!platform::ConfigureSerialLine(Handle, BaudRate, Parity, DataBits, StopBits)) return FALSE;
+    Handle = platform::OpenSerialForWriting(device);
+    if (Handle < 0) {
+      const int error = platform::LastError();
+      Handle = -1;
+      SetFailureReason("cannot open " + device + " (COM" + std::to_string(ComPort) + "): " + platform::ErrorText(error));
+      return FALSE;
+    }
+    if (!platform::ConfigureSerialLine(Handle, BaudRate, Parity, DataBits, StopBits)) {
+      SetFailureReason("cannot set " + device + " (COM" + std::to_string(ComPort) + ") to " + std::to_string(BaudRate) +
+                       " baud");
+      return FALSE;
+    }
+    SetFailureReason("");
     // The frame of one byte on the line: a start bit, the data bits, a parity bit if any
     // and the stop bits (one and a half taken as two, as the line does).
     LineRate = BaudRate;

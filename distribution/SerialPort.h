@@ -23,6 +23,7 @@ class CZOLSerialPort : public CZOLOutputPort {
   void Start() override;
   void Stop() override;
   std::string GetSettingsAsHTML() override;
+  std::string CheckPost(const CKVTHttpRequest& request) override;
   BOOL ProcessPost(CKVTHttpRequest& request) override;
   // Drops what the driver still holds, writes the packet and waits until it is out on
   // the line, as long as the port runs and at most the port's write timeout.

@@ -60,7 +60,7 @@ TEST(SerialPortThread, APacketGoesThroughThePseudoTerminalByteForByte) {
   port.SetComPort(7);
   port.Start();
   ASSERT_EQ(port.IsRunning(), 1);
-  EXPECT_EQ(port.GetInfoLine1(), "COM 7");
+  EXPECT_EQ(port.GetInfoLine1(), "COM 7 (" + com.Name + ")");
   EXPECT_EQ(port.GetInfoLine2(), "Baudrate: 115200");
   EXPECT_TRUE(com.Package.HasLine("Starting serial server (Port: COM7, Baudrate: 115200)."));
   EXPECT_EQ(platform::SerialBaudRate(port.GetHandle()), 115200u);
@@ -247,13 +247,15 @@ TEST(SerialPort, ComPortOptionsListPresentPortsAndMarkTheChosenOne) {
   ASSERT_TRUE(com.Ok);
   InstalledPackage scope(&com.Package);
   CZOLSerialPort port(1);
-  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3'>COM3");
+  // Each entry shows the device beside the COM number.
+  const std::string com3 = "COM3 (" + com.Name + ")";
+  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3'>" + com3);
   port.SetComPort(3);
   port.GetCOMPorts();
-  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3' SELECTED>COM3");
+  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3' SELECTED>" + com3);
   port.SetComPort(5);  // listed unseen, as an open port can't be opened twice
   port.GetCOMPorts();
-  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3'>COM3<OPTION VALUE='5' SELECTED>COM5");
+  EXPECT_EQ(port.GetComPortOptions(), "<OPTION VALUE='3'>" + com3 + "<OPTION VALUE='5' SELECTED>COM5 (/nonexistent/zol-tty5)");
   PseudoComPort none(0);
   InstalledPackage inner(&none.Package);
   CZOLSerialPort lonely(2);

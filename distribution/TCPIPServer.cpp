@@ -6,6 +6,7 @@
 #include "frame/IniFile.h"
 #include "frame/KVTException.h"
 #include "frame/Package.h"
+#include "frame/platform/ErrorText.h"
 #include "frame/platform/Sockets.h"
 #include "frame/platform/Time.h"
 
@@ -21,7 +22,8 @@ std::string Format(const char* format, auto... values) {
 
 // ---- CZOLTCPIPSocket ----------------------------------------------------------------
 
-CZOLTCPIPSocket::CZOLTCPIPSocket(DWORD id, int socket, DWORD address) : CZOLOutputPort(id), Address(address) {
+CZOLTCPIPSocket::CZOLTCPIPSocket(DWORD id, int socket, DWORD address, std::uint16_t peerPort)
+    : CZOLOutputPort(id), Address(address), PeerPort(peerPort) {
   TypeName = "TCP/IP";
   Handle = socket;
   PacketsPerBurst = 1;
@@ -36,6 +38,10 @@ CZOLTCPIPSocket::~CZOLTCPIPSocket() {
   // lasts, and the server closes its clients one after the other.
   platform::CloseWithoutWaiting(Handle);
   Handle = -1;
+}
+
+std::string CZOLTCPIPSocket::GetPeerText() const {
+  return platform::DottedAddress(Address) + ":" + std::to_string(PeerPort);
 }
 
 void CZOLTCPIPSocket::LoadSettings(CIniFile& ini, const std::string& section) { (void)ini, (void)section; }
@@ -107,11 +113,19 @@ void CZOLTCPIPServer::SaveSettings(CIniFile& ini, const std::string& section) {
 
 BOOL CZOLTCPIPServer::StartListen() {
   return Guarded("CZOLTCPIPServer::StartListen()", [&]() -> BOOL {
-    InfoLine1 = Format("Port: %d", static_cast<int>(Port));
+    InfoLine1 = Format("Port: %lu", static_cast<unsigned long>(Port));
     const CPackage* package = GetPackage();
     InfoLine2 = "IP: " + platform::DottedAddress(package != nullptr ? package->LocalAddress : 0);
+    // A number beyond 16 bits would be cut to another port; 0 would let the system pick one.
+    if (Port == 0 || Port > 65535) {
+      SetFailureReason(Format("TCP port number %lu is not from 1 to 65535", static_cast<unsigned long>(Port)));
+      return FALSE;
+    }
     ListenSocket = platform::OpenTcpSocket();
-    if (ListenSocket < 0) return FALSE;
+    if (ListenSocket < 0) {
+      SetFailureReason("cannot open a TCP socket: " + platform::ErrorText(platform::LastError()));
+      return FALSE;
+    }
     // Connections closed by a stop linger on the port for a while; a restart must not
     // wait for them. (Two listeners on one port are still refused.)
     platform::SetReuseAddress(ListenSocket, true);
@@ -119,10 +133,14 @@ BOOL CZOLTCPIPServer::StartListen() {
     // other port by itself.
     const bool bound = platform::BindAnyAddress(ListenSocket, static_cast<std::uint16_t>(Port));
     if (!bound || !platform::Listen(ListenSocket, kListenBacklog)) {
+      const int error = platform::LastError();
       platform::ShutdownDrainClose(ListenSocket);
       ListenSocket = -1;
+      SetFailureReason(Format("cannot listen on TCP port %lu: ", static_cast<unsigned long>(Port)) +
+                       platform::ErrorText(error));
       return FALSE;
     }
+    SetFailureReason("");
     return TRUE;
   });
 }
@@ -228,7 +246,8 @@ void CZOLTCPIPServer::RemoveClient(CZOLTCPIPSocket* client) {
 void CZOLTCPIPServer::AcceptConnection() {
   Guarded("CZOLTCPIPServer::AcceptConnection()", [&] {
     std::uint32_t address = 0;
-    const int socket = platform::AcceptConnection(ListenSocket, address);
+    std::uint16_t peerPort = 0;
+    const int socket = platform::AcceptConnectionFrom(ListenSocket, address, peerPort);
     if (socket < 0) return;
     // Every client holds a copy of the queue, so idle connections must not pile up. Only
     // this thread changes Clients, so it reads the count without the lock.
@@ -245,7 +264,7 @@ void CZOLTCPIPServer::AcceptConnection() {
     // The close of a client sets the linger again (CloseWithoutWaiting), so this one
     // second never holds the server up.
     platform::SetLinger(socket, true, 1);
-    auto* client = new CZOLTCPIPSocket(ID, socket, address);
+    auto* client = new CZOLTCPIPSocket(ID, socket, address, peerPort);
     std::lock_guard<std::mutex> lock(ClientsMutex);
     Clients.push_back(client);
   });

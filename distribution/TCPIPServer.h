@@ -12,7 +12,8 @@
 
 class CZOLTCPIPSocket : public CZOLOutputPort {
  public:
-  CZOLTCPIPSocket(DWORD id, int socket, DWORD address);
+  // `address` in network byte order, `peerPort` in host order.
+  CZOLTCPIPSocket(DWORD id, int socket, DWORD address, std::uint16_t peerPort = 0);
   // Empties the queue and closes the connection without waiting for the peer: bytes that
   // are still on their way are dropped.
   ~CZOLTCPIPSocket() override;
@@ -21,6 +22,8 @@ class CZOLTCPIPSocket : public CZOLOutputPort {
   void SaveSettings(CIniFile& ini, const std::string& section) override;
   void Start() override {}
   void SendPacket(const BYTE* packet) override;
+  // The client's row: its address and port, bytes queued and sent, rate and handle.
+  std::string GetStatisticsAsHTML() override;
 
   // Sends queued packets while the socket takes data.
   void Write();
@@ -29,11 +32,15 @@ class CZOLTCPIPSocket : public CZOLOutputPort {
 
   int IsConnected() const { return Connected.load(); }
   DWORD GetAddress() const { return Address; }
+  std::uint16_t GetPeerPort() const { return PeerPort; }
+  // "192.0.2.7:40212".
+  std::string GetPeerText() const;
   int GetHandle() const { return Handle; }
 
  private:
   std::atomic<int> Connected{1};
   DWORD Address = 0;
+  std::uint16_t PeerPort = 0;
 };
 
 class CZOLTCPIPServer : public CZOLOutputPort {
@@ -58,6 +65,7 @@ class CZOLTCPIPServer : public CZOLOutputPort {
   // No row of its own: the rows of the connected clients.
   std::string GetStatisticsAsHTML() override;
   std::string GetSettingsAsHTML() override;
+  std::string CheckPost(const CKVTHttpRequest& request) override;
   BOOL ProcessPost(CKVTHttpRequest& request) override;
   void SendPacket(const BYTE* packet) override { (void)packet; }
 

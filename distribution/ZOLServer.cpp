@@ -166,8 +166,18 @@ void CZOLServer::OnAllData() {
   Guarded("CZOLServer::OnAllData()", [&] { BuildSites(); });
 }
 
+void CZOLServer::OnConnect() {
+  Guarded("CZOLServer::OnConnect()", [&] {
+    DataConnected = 1;
+    DataLinkChangedAt = std::time(nullptr);
+  });
+}
+
 void CZOLServer::OnDisconnect() {
-  Guarded("CZOLServer::OnDisconnect()", [&] { DataConnected = 0; });
+  Guarded("CZOLServer::OnDisconnect()", [&] {
+    DataConnected = 0;
+    DataLinkChangedAt = std::time(nullptr);
+  });
 }
 
 void CZOLServer::SetTestPageSize(DWORD size) {

@@ -2,6 +2,7 @@
 // drives everything from the host's timer once per whole second.
 #pragma once
 
+#include <ctime>
 #include <map>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "views/RMComm.h"
 
 class CIniFile;
+class CKVTHttpRequest;
 class CZOLOutputPort;
 class CZOLServerSite;
 class CZOLServerTestSite;
@@ -28,6 +30,7 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
   void OnModifyModule(WORD moduleClass, DWORD instance, DWORD computer, int present) override;
   void OnTimer() override;
 
+  void OnConnect() override;
   void OnDisconnect() override;
   void OnAllData() override;
 
@@ -44,17 +47,23 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
 
   const std::vector<CZOLServerSite*>& GetSites() const { return Sites; }
 
-  // The four tables of the main administration page.
+  // The four tables of the main administration page; the port forms carry the request's
+  // anti-forgery token.
   std::string GetSitesAsHTML();
-  std::string GetPortsAsHTML();
+  std::string GetPortsAsHTML(const CKVTHttpRequest& request);
   std::string GetStatisticsAsHTML();
   std::string GetDebugInfoAsHTML();
+  // The race day box above the tables: the data manager link, the active run, its flag
+  // and race time.
+  std::string GetRaceDayAsHTML();
 
   CRMComm* GetComm() const { return Comm; }
   DWORD GetNextPortID() const { return NextPortID; }
   DWORD GetTestPageSize() const { return TestPageSize; }
   void SetTestSite(CZOLServerTestSite* site) { TestSite = site; }
   BOOL IsDataConnected() const { return DataConnected; }
+  // When the link to the data manager last came up or went down; 0 before either.
+  std::time_t GetDataLinkChangedAt() const { return DataLinkChangedAt; }
 
  private:
   // Builds every site on its own root and event.
@@ -67,6 +76,7 @@ class CZOLServer : public CBaseModule, public CRMCommObserver {
 
   CRMComm* Comm = nullptr;
   BOOL DataConnected = 0;
+  std::time_t DataLinkChangedAt = 0;
   DWORD NextPortID = 0;
   KVTTIME LastWholeSecond = 0;
   DWORD TestPageSize = 0;

@@ -9,4 +9,12 @@ std::string CKVTException::Describe() const {
   return text;
 }
 
+std::string CKVTException::DescribeWithReason() const {
+  return Reason.empty() ? Describe() : Describe() + ": " + Reason;
+}
+
 void ThrowKVT(const char* name) { throw new CKVTException(name); }
+
+void ThrowKVT(const char* name, const char* reason) {
+  throw new CKVTException(name, reason == nullptr ? std::string() : std::string(reason));
+}

@@ -48,3 +48,20 @@ TEST(Guard, ThrowKVTStartsATrail) {
 TEST(Guard, NothingThrownGivesNoException) {
   EXPECT_EQ(CatchKVT([] { Guarded("Quiet()", [] {}); }), nullptr);
 }
+
+TEST(Guard, AStandardExceptionKeepsItsTextAsTheReason) {
+  auto e = CatchKVT([] {
+    Guarded("Outer()", [] { Guarded("Inner()", []() -> int { throw std::out_of_range("vector index 7 of 3"); }); });
+  });
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(e->GetTrail(), (std::vector<std::string>{"Inner()", "Outer()"}));
+  EXPECT_EQ(e->GetReason(), "vector index 7 of 3");
+  EXPECT_EQ(e->DescribeWithReason(), "Inner() <- Outer(): vector index 7 of 3");
+}
+
+TEST(Guard, AnExceptionWithoutTextHasNoReason) {
+  auto e = CatchKVT([] { Guarded("Quiet()", [] { throw 5; }); });
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(e->GetReason(), "");
+  EXPECT_EQ(e->DescribeWithReason(), "Quiet()");
+}

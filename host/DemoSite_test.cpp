@@ -360,7 +360,7 @@ TEST(DemoSite, SiteBuildPublishesItsPlainFiles) {
   site.Build(kSiteRoot, -1, 1);
   std::set<std::string> published;
   for (const auto& [number, page] : site.GetPages()) published.insert(page->GetPath() + page->GetFilename());
-  for (const char* file : {"index.html", "about.html", "style.css", "clock.js", "images/flag.gif", "images/track.png",
+  for (const char* file : {"welcome.html", "about.html", "style.css", "clock.js", "images/flag.gif", "images/track.png",
                            "info/circuit.html"}) {
     EXPECT_EQ(published.count(file), 1u) << file;
   }

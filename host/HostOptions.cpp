@@ -97,8 +97,14 @@ std::string HostUsage() {
          "  --web-password-file FILE\n"
          "                     HTTP basic authentication with the one line user:password of\n"
          "                     FILE; needed for any address but loopback (127.x.x.x)\n"
-         "                     The web server refuses forms sent from another site (403),\n"
-         "                     request bodies over 1 MB (413) and paths with \"..\" (400).\n"
+         "  --web-cert FILE    serve the pages over HTTPS with the certificate in FILE (PEM);\n"
+         "                     needs --web-key\n"
+         "  --web-key FILE     the private key of --web-cert (PEM, not encrypted)\n"
+         "                     The web server refuses forms sent from another site or without\n"
+         "                     its token (403), request bodies over 1 MB (413), request\n"
+         "                     headers over 64 KB (431) and paths with \"..\" (400); it closes\n"
+         "                     connections idle for 5 s and takes at most 64 at once from one\n"
+         "                     address.\n"
          "  --verbose          log every message in and out with ID, class and payload size\n"
          "  --help             show this text\n";
 }
@@ -172,6 +178,10 @@ std::optional<HostOptions> ParseHostOptions(const std::vector<std::string>& argu
       options.WebEnabled = false;
     } else if (argument == "--web-password-file") {
       if (!value(options.WebPasswordFile)) return std::nullopt;
+    } else if (argument == "--web-cert") {
+      if (!value(options.WebCertificateFile)) return std::nullopt;
+    } else if (argument == "--web-key") {
+      if (!value(options.WebKeyFile)) return std::nullopt;
     } else if (argument == "--code-page") {
       if (!value(options.CodePage)) return std::nullopt;
     } else if (argument == "--com") {
@@ -185,6 +195,11 @@ std::optional<HostOptions> ParseHostOptions(const std::vector<std::string>& argu
       error = "unknown option '" + argument + "' (see --help)";
       return std::nullopt;
     }
+  }
+  if (options.WebCertificateFile.empty() != options.WebKeyFile.empty()) {
+    error = options.WebKeyFile.empty() ? "--web-cert needs --web-key (the certificate's private key)"
+                                       : "--web-key needs --web-cert (the certificate of the key)";
+    return std::nullopt;
   }
   std::uint32_t webAddress = 0;
   if (options.WebEnabled && options.WebPasswordFile.empty() &&

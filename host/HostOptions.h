@@ -29,6 +29,9 @@ struct HostOptions {
   std::uint16_t WebPort = 8080;
   // One line user:password; turns on basic authentication.
   std::string WebPasswordFile;
+  // A certificate and its private key (PEM): the pages are served over HTTPS.
+  std::string WebCertificateFile;
+  std::string WebKeyFile;
   bool Verbose = false;
   bool Help = false;
 };

@@ -62,3 +62,20 @@ TEST(HostOptions, UsageNamesEveryOption) {
     EXPECT_NE(usage.find(option), std::string::npos) << option;
   }
 }
+
+TEST(HostOptions, WebCertificateAndKeyGoTogether) {
+  std::string error;
+  auto both = ParseHostOptions({"--web-cert", "/etc/zol/cert.pem", "--web-key", "/etc/zol/key.pem"}, error);
+  ASSERT_TRUE(both.has_value()) << error;
+  EXPECT_EQ(both->WebCertificateFile, "/etc/zol/cert.pem");
+  EXPECT_EQ(both->WebKeyFile, "/etc/zol/key.pem");
+  EXPECT_FALSE(ParseHostOptions({"--web-cert", "/etc/zol/cert.pem"}, error).has_value());
+  EXPECT_NE(error.find("--web-key"), std::string::npos) << error;
+  EXPECT_FALSE(ParseHostOptions({"--web-key", "/etc/zol/key.pem"}, error).has_value());
+  EXPECT_NE(error.find("--web-cert"), std::string::npos) << error;
+  EXPECT_FALSE(ParseHostOptions({"--web-cert"}, error).has_value());
+  EXPECT_NE(error.find("needs a value"), std::string::npos) << error;
+  const std::string usage = HostUsage();
+  EXPECT_NE(usage.find("--web-cert FILE"), std::string::npos);
+  EXPECT_NE(usage.find("--web-key FILE"), std::string::npos);
+}

@@ -29,7 +29,7 @@ void CModuleHost::CallModule(const char* what, Call&& call) {
   try {
     call();
   } catch (CKVTException* e) {
-    Package.WriteLog(std::string("exception in ") + what + ": " + e->Describe());
+    Package.WriteLog(std::string("exception in ") + what + ": " + e->DescribeWithReason());
     delete e;
   } catch (const std::exception& e) {
     Package.WriteLog(std::string("exception in ") + what + ": " + e.what());
@@ -126,17 +126,22 @@ void CModuleHost::Stop() {
     CallModule("the destructor", [&] { delete Module; });
     Module = nullptr;
   }
-  std::lock_guard<std::mutex> guard(Lock);
-  // Callers still waiting for a job are told at once that it will not run.
-  for (QueuedMessage& entry : Queue) {
+  std::deque<QueuedMessage> left;
+  {
+    std::lock_guard<std::mutex> guard(Lock);
+    left.swap(Queue);
+  }
+  // Callers still waiting for a job are told at once that it will not run; outside the
+  // host's lock, as a completion may take locks of its own.
+  for (QueuedMessage& entry : left) {
     if (entry.Kind != QueuedKind::Call) continue;
     {
       std::lock_guard<std::mutex> callGuard(entry.Call->Lock);
       entry.Call->Finished = true;
     }
     entry.Call->Done.notify_all();
+    if (entry.Call->Completion) CallModule("the end of a web request", [&] { entry.Call->Completion(false); });
   }
-  Queue.clear();
 }
 
 void CModuleHost::SendFunction(CModuleMessage* message) {
@@ -183,6 +188,27 @@ bool CModuleHost::RunOnMessageThread(std::function<void(CBaseModule&)> job, std:
   return false;
 }
 
+void CModuleHost::PostToMessageThread(std::function<void(CBaseModule&)> job, std::function<void(bool ran)> done) {
+  auto call = std::make_shared<CallState>();
+  call->Job = std::move(job);
+  call->Completion = std::move(done);
+  {
+    std::lock_guard<std::mutex> guard(Lock);
+    if (!Stopping && Module != nullptr) {
+      QueuedMessage entry;
+      entry.Kind = QueuedKind::Call;
+      entry.Call = call;
+      Queue.push_back(std::move(entry));
+      call.reset();
+    }
+  }
+  if (call) {
+    if (call->Completion) call->Completion(false);
+    return;
+  }
+  Wake.notify_all();
+}
+
 void CModuleHost::RunCall(CallState& call) {
   {
     std::lock_guard<std::mutex> guard(call.Lock);
@@ -195,6 +221,7 @@ void CModuleHost::RunCall(CallState& call) {
     call.Finished = true;
   }
   call.Done.notify_all();
+  if (call.Completion) CallModule("the end of a web request", [&] { call.Completion(true); });
 }
 
 int CModuleHost::TimerInterval() const {

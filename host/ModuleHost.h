@@ -71,6 +71,12 @@ class CModuleHost : public CSendTarget {
   // out) or the host stopped. Safe from any thread but the message thread. What the job
   // touches must outlive an abandoned wait: capture it by shared pointer.
   bool RunOnMessageThread(std::function<void(CBaseModule&)> job, std::chrono::milliseconds limit);
+  // Queues `job` like RunOnMessageThread but returns at once. `done` is called exactly
+  // once: with true on the message thread right after the job ran (an exception that left
+  // it is logged), or with false when the job will not run because the host stopped (from
+  // the thread that stops it, or at once from this call when the host does not run).
+  // Safe from any thread.
+  void PostToMessageThread(std::function<void(CBaseModule&)> job, std::function<void(bool ran)> done);
 
   int TimerInterval() const;
   std::uint64_t TimerTicks() const;
@@ -92,6 +98,8 @@ class CModuleHost : public CSendTarget {
   // A job of RunOnMessageThread and the state its caller waits on.
   struct CallState {
     std::function<void(CBaseModule&)> Job;
+    // Set for PostToMessageThread: told of the end instead of a waiting caller.
+    std::function<void(bool)> Completion;
     std::mutex Lock;
     std::condition_variable Done;
     bool Started = false;

@@ -94,8 +94,9 @@ std::string CWebAccess::OriginOf(const std::string& url) {
   return Lower(url.substr(0, schemeEnd)) + "://" + Lower(authority);
 }
 
-bool CWebAccess::SameOrigin(const std::string& origin, const std::string& referer, const std::string& host) {
-  const std::string own = "http://" + Lower(host);
+bool CWebAccess::SameOrigin(const std::string& origin, const std::string& referer, const std::string& host,
+                            const std::string& scheme) {
+  const std::string own = Lower(scheme) + "://" + Lower(host);
   if (!origin.empty()) return Lower(origin) == own;
   if (!referer.empty()) return OriginOf(referer) == own;
   return true;

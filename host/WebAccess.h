@@ -22,9 +22,10 @@ class CWebAccess {
   // "scheme://host[:port]" of a URL, lower case; empty when the text is no absolute URL.
   static std::string OriginOf(const std::string& url);
   // True when the Origin header (or, without one, the Referer) names the origin the
-  // request was sent to ("http://" and the Host header); true when the request has
+  // request was sent to (`scheme`, "://" and the Host header); true when the request has
   // neither, as programs other than browsers send it.
-  static bool SameOrigin(const std::string& origin, const std::string& referer, const std::string& host);
+  static bool SameOrigin(const std::string& origin, const std::string& referer, const std::string& host,
+                         const std::string& scheme = "http");
   // True when the Host header names this machine's loopback interface ("localhost",
   // 127.x.x.x or [::1], with or without a port).
   static bool LoopbackHost(const std::string& host);

@@ -150,3 +150,27 @@ TEST(WebAccess, RegistrationIsReadAsTheModuleWritesIt) {
   slash.Reset();
   EXPECT_FALSE(CWebServerPeer::ReadRegistration(slash, registration));
 }
+
+TEST(WebAccess, OverHttpsTheOriginMustBeHttps) {
+  EXPECT_TRUE(CWebAccess::SameOrigin("https://127.0.0.1:8443", "", "127.0.0.1:8443", "https"));
+  EXPECT_TRUE(CWebAccess::SameOrigin("", "https://127.0.0.1:8443/zol/_server/index.html", "127.0.0.1:8443", "https"));
+  EXPECT_FALSE(CWebAccess::SameOrigin("http://127.0.0.1:8443", "", "127.0.0.1:8443", "https"));
+  EXPECT_FALSE(CWebAccess::SameOrigin("", "http://127.0.0.1:8443/", "127.0.0.1:8443", "https"));
+}
+
+TEST(WebFrame, HeadDeclaresUtf8AndLinksTheIcon) {
+  WebModuleRegistration module{"ZOL Server", "zol", "_server/index.html", {}};
+  WebFrameContent content;
+  content.Body = "<P>x</P>";
+  const std::string html = CWebFrame::Document({module}, content);
+  const std::string head = html.substr(0, html.find("</HEAD>"));
+  EXPECT_NE(head.find("<meta charset='utf-8'>"), std::string::npos) << head;
+  EXPECT_NE(head.find("<LINK rel='icon' type='image/svg+xml' href='/favicon.ico'>"), std::string::npos) << head;
+  // The charset comes first, within the first bytes of the document.
+  EXPECT_LT(html.find("<meta charset='utf-8'>"), 100u);
+  EXPECT_EQ(std::string(CWebFrame::kIconPath), "/favicon.ico");
+  const std::string& icon = CWebFrame::Icon();
+  EXPECT_EQ(icon.rfind("<svg xmlns='http://www.w3.org/2000/svg'", 0), 0u);
+  EXPECT_NE(icon.find("</svg>"), std::string::npos);
+  EXPECT_LT(icon.size(), 2000u);
+}

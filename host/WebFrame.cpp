@@ -138,9 +138,10 @@ std::string CWebFrame::Menu(const std::vector<WebModuleRegistration>& modules) {
 std::string CWebFrame::Document(const std::vector<WebModuleRegistration>& modules, const WebFrameContent& content) {
   std::string title = modules.empty() ? std::string("Administration") : modules.front().Title;
   std::string html = "<!DOCTYPE HTML>\n<HTML>\n<HEAD>\n";
-  html += "\t<META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; charset=utf-8\">\n";
+  html += "\t<meta charset='utf-8'>\n";
   html += "\t<TITLE>" + EscapeHTML(title) + "</TITLE>\n";
   html += std::string("\t<LINK rel='stylesheet' type='text/css' href='") + kStyleSheetPath + "'>\n";
+  html += std::string("\t<LINK rel='icon' type='image/svg+xml' href='") + kIconPath + "'>\n";
   if (!content.HeadText.empty()) html += content.HeadText + "\n";
   html += "</HEAD>\n<BODY>\n";
   if (content.PrinterFriendly) {
@@ -201,4 +202,15 @@ const std::string& CWebFrame::TextAreaScript() {
 const std::string& CWebFrame::FolderImage() {
   static const std::string gif = BuildFolderGif();
   return gif;
+}
+
+const std::string& CWebFrame::Icon() {
+  // A flag on a pole in the colours of the menu.
+  static const std::string svg =
+      "<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 16 16' width='16' height='16'>"
+      "<rect width='16' height='16' rx='3' fill='#20385a'/>"
+      "<rect x='3' y='2' width='1.5' height='12' fill='#ffffff'/>"
+      "<path d='M4.5 2.5h8l-2 2.5 2 2.5h-8z' fill='#e8b84a'/>"
+      "</svg>\n";
+  return svg;
 }

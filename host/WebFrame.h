@@ -32,6 +32,7 @@ class CWebFrame {
   static constexpr const char* kStyleSheetPath = "/includes/frame.css";
   static constexpr const char* kTextAreaScriptPath = "/includes/textarea.js";
   static constexpr const char* kFolderImagePath = "/images/folder.gif";
+  static constexpr const char* kIconPath = "/favicon.ico";
 
   // The whole HTML document of a framed page, with the menu of every registered module.
   static std::string Document(const std::vector<WebModuleRegistration>& modules, const WebFrameContent& content);
@@ -43,6 +44,8 @@ class CWebFrame {
   static const std::string& TextAreaScript();
   // A 16 x 16 folder in GIF format.
   static const std::string& FolderImage();
+  // The site's icon, an SVG image (served as image/svg+xml under kIconPath).
+  static const std::string& Icon();
 };
 
 // Text made safe to stand in HTML text and in quoted attribute values.

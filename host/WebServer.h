@@ -2,8 +2,13 @@
 // module, which registers its administration pages with it, and an HTTP server that
 // hands every request under a registered prefix to the module's page on zolhost's one
 // message thread and puts framed answers into the web server's frame.
+//
+// The HTTP side is one event loop on its own thread. A request for a module's page is
+// queued for the message thread and its connection set aside until the answer is there
+// (or the call limit passed), so that no connection waits for another's page.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -22,12 +27,8 @@
 
 class CModuleHost;
 
-namespace httplib {
-class Server;
-struct Request;
-struct Response;
-class ContentReader;
-}  // namespace httplib
+struct MHD_Daemon;
+struct MHD_Connection;
 
 struct WebServerSettings {
   std::string Address = "127.0.0.1";
@@ -35,12 +36,21 @@ struct WebServerSettings {
   // With credentials every request must bring them (HTTP basic authentication).
   bool Authentication = false;
   WebCredentials Credentials;
+  // With both (PEM text) the pages are served over HTTPS.
+  std::string CertificatePem;
+  std::string KeyPem;
   // How long a request waits for the message thread before it is answered 503.
   std::chrono::milliseconds CallLimit{10000};
   // Larger request bodies are answered 413.
   std::size_t MaxBodyBytes = 1024 * 1024;
-  // Threads that serve connections.
-  std::size_t Threads = 12;
+  // The request line and headers of a request together: beyond it 431.
+  std::size_t MaxHeaderBytes = 64 * 1024;
+  // A connection that sends nothing for this long (while it sends its request or between
+  // requests) is closed.
+  unsigned IdleSeconds = 5;
+  // Connections at once, in all and from one address.
+  unsigned MaxConnections = 2000;
+  unsigned MaxConnectionsPerAddress = 64;
 };
 
 // The registrations of the modules, by prefix; the message thread writes them, the HTTP
@@ -86,30 +96,46 @@ class CWebServer {
   CWebServer& operator=(const CWebServer&) = delete;
   ~CWebServer();
 
-  // Takes the address and port; false with a one-line reason.
+  // Takes the address and port and readies the HTTP side (with TLS when asked); false with
+  // a one-line reason. Requests that come before Start are answered 503.
   bool Bind(std::string& error);
   std::uint16_t Port() const { return BoundPort; }
+  bool Secure() const { return !Settings.CertificatePem.empty(); }
+  // The anti-forgery token of this run: random, 32 hexadecimal digits.
+  const std::string& FormToken() const { return Token; }
   // The module of class 2 to add to the host; it shares this server's registrations.
   std::unique_ptr<CHostPeer> MakePeer(DWORD computer);
-  // Serves on threads of its own until Stop.
+  // Begins handing requests to the module.
   void Start();
+  // Answers the requests still waiting for the module 503 and ends the HTTP side.
   void Stop();
 
+  struct Request;
+  struct Answer;
+  struct PendingCall;
+  class CallBoard;
+
  private:
-  // One request after the library read it; `body` is the POSTed body.
-  void Answer(const httplib::Request& request, httplib::Response& response, bool post, const std::string& body);
-  // Hands the request to the module's page on the message thread and writes the answer.
-  void AnswerFromModule(const WebModuleRegistration& module, const std::string& path, const httplib::Request& request,
-                        httplib::Response& response, bool post, const std::string& body);
-  void AnswerText(httplib::Response& response, int status, const std::string& text) const;
-  bool ServeOwnFile(const std::string& path, httplib::Response& response) const;
-  void LogRequest(const httplib::Request& request, const httplib::Response& response) const;
+  friend struct WebServerCallbacks;
+
+  // A whole request (its body read): the checks, the server's own files, the redirects,
+  // and the module's pages; false when the answer is to come from the module later.
+  bool Respond(MHD_Connection* connection, Request& request);
+  void AnswerFromModule(MHD_Connection* connection, Request& request, const WebModuleRegistration& module,
+                        const std::string& path);
+  // The module's answer (or its failure) as the HTTP answer.
+  void ModuleAnswer(PendingCall& call, const std::string& pageLink, Answer& answer) const;
+  bool ServeOwnFile(const std::string& path, Answer& answer) const;
+  void Send(MHD_Connection* connection, const Request& request, const Answer& answer) const;
 
   CModuleHost& Host;
   WebServerSettings Settings;
   std::shared_ptr<CWebRegistry> Registry;
-  std::unique_ptr<httplib::Server> Http;
+  std::string Token;
+  std::shared_ptr<CallBoard> Calls;
+  MHD_Daemon* Daemon = nullptr;
+  int ListenSocket = -1;
   std::uint16_t BoundPort = 0;
-  bool Bound = false;
-  std::thread Listener;
+  std::atomic<bool> Started{false};
+  std::thread Deadlines;
 };

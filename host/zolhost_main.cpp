@@ -1,17 +1,41 @@
 // zolhost: runs the ZOL Server module on its own, as the installation's host would.
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "frame/platform/FileRead.h"
+#include "frame/platform/OpenFileLimit.h"
 #include "frame/platform/Paths.h"
 #include "frame/platform/Signals.h"
 #include "frame/platform/Interfaces.h"
+#include "frame/platform/Sockets.h"
 #include "host/DataManagerLink.h"
 #include "host/DataManagerPeer.h"
 #include "host/ModuleHost.h"
 #include "host/WebServer.h"
+
+namespace {
+
+// A hook for the tests that drive the pages over HTTP: with ZOLHOST_FORM_TOKEN_FILE set,
+// the form token is written there (readable by the owner only).
+void WriteFormTokenForTests(const std::string& token) {
+  const char* file = std::getenv("ZOLHOST_FORM_TOKEN_FILE");
+  if (file == nullptr || *file == '\0') return;
+  const mode_t previous = ::umask(077);
+  if (std::FILE* out = std::fopen(file, "w")) {
+    std::fputs(token.c_str(), out);
+    std::fclose(out);
+  }
+  ::umask(previous);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   platform::BlockTerminationSignals();
@@ -30,6 +54,10 @@ int main(int argc, char** argv) {
     return 2;
   }
 
+  // Clients of the ports and of the web server each hold a file descriptor: the soft limit
+  // goes up to the hard one.
+  const std::uint64_t files = platform::RaiseOpenFileLimit();
+
   WebServerSettings webSettings;
   if (options->WebEnabled) {
     webSettings.Address = options->WebAddress;
@@ -45,6 +73,26 @@ int main(int argc, char** argv) {
         return 2;
       }
       webSettings.Authentication = true;
+    }
+    if (!options->WebCertificateFile.empty()) {
+      for (const auto& [file, target, what] :
+           {std::tuple{options->WebCertificateFile, &webSettings.CertificatePem, "certificate"},
+            std::tuple{options->WebKeyFile, &webSettings.KeyPem, "key"}}) {
+        std::vector<BYTE> text;
+        if (!platform::ReadWholeFile(file, text) || text.empty()) {
+          std::fprintf(stderr, "zolhost: cannot read web %s file %s\n", what, file.c_str());
+          return 2;
+        }
+        target->assign(text.begin(), text.end());
+      }
+    }
+    // Each connection holds a file descriptor: the web server's connections stay well
+    // below the limit.
+    if (files > 256) {
+      webSettings.MaxConnections =
+          static_cast<unsigned>(std::min<std::uint64_t>(webSettings.MaxConnections, files - 128));
+    } else {
+      webSettings.MaxConnections = 128;
     }
   }
 
@@ -80,13 +128,15 @@ int main(int argc, char** argv) {
     web = std::make_unique<CWebServer>(host, webSettings);
     if (!web->Bind(error)) {
       web.reset();
-      if (options->WebGiven) {
+      // A certificate asked for that cannot be used ends the program like a port asked for.
+      if (options->WebGiven || !webSettings.CertificatePem.empty()) {
         std::fprintf(stderr, "zolhost: %s\n", error.c_str());
         return 2;
       }
       std::fprintf(stderr, "zolhost: %s; going on without the administration pages (see --web)\n", error.c_str());
     } else {
       host.AddPeer(web->MakePeer(platform::LocalIPv4Address()));
+      WriteFormTokenForTests(web->FormToken());
     }
   }
 
@@ -112,8 +162,16 @@ int main(int argc, char** argv) {
   }
   if (web) {
     web->Start();
-    std::fprintf(stderr, "zolhost: administration pages at http://%s:%u/zol/_server/index.html%s\n",
-                 webSettings.Address.c_str(), static_cast<unsigned>(web->Port()),
+    std::uint32_t address = 0;
+    if (!web->Secure() && platform::ParseDottedAddress(webSettings.Address, address) &&
+        !platform::IsLoopbackAddress(address)) {
+      std::fprintf(stderr,
+                   "zolhost: the administration pages on %s go over plain HTTP: the password travels in clear text "
+                   "(give --web-cert and --web-key for HTTPS)\n",
+                   webSettings.Address.c_str());
+    }
+    std::fprintf(stderr, "zolhost: administration pages at %s://%s:%u/zol/_server/index.html%s\n",
+                 web->Secure() ? "https" : "http", webSettings.Address.c_str(), static_cast<unsigned>(web->Port()),
                  webSettings.Authentication ? " (with a password)" : "");
   }
   const int signal = platform::WaitForTerminationSignal();

@@ -9,7 +9,7 @@ packages=(
   clang libclang-rt-14-dev
   iproute2 procps
   dpkg-dev
-  libcpp-httplib-dev libmicrohttpd-dev
+  libcpp-httplib-dev libmicrohttpd-dev curl openssl
   chromium chromium-driver python3-selenium
 )
 

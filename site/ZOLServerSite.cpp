@@ -14,6 +14,7 @@
 #include "frame/KVTException.h"
 #include "frame/Package.h"
 #include "frame/platform/DirectorySearch.h"
+#include "frame/platform/Paths.h"
 #include "frame/platform/Time.h"
 #include "site/ZOLServerInclude.h"
 #include "site/ZOLServerInfo.h"
@@ -44,6 +45,10 @@ bool HasExtension(const std::string& name, const char* extension) {
 }
 
 DWORD PageNumberOf(const COutputPage* page) { return wire::PageNumber(page->GetPageKey()); }
+
+// Symbolic links between folders can make a tree without end; a build walks this many
+// folders at most.
+constexpr DWORD kMostFoldersPerBuild = 4096;
 
 }  // namespace
 
@@ -119,7 +124,10 @@ void CZOLServerSite::Build(const std::string& rootDir, int eventId, BOOL force) 
     if (ImportSchedule() != 0) AddPageToSite(m_schedulePage);
     ImportCurrentRun(Comm != nullptr ? Comm->GetData()->GetActiveRun() : nullptr, TRUE);
     FollowLinks();
+    WalkedFolderChain.clear();
+    FoldersWalked = 0;
     AddDirectory("");
+    ReportSharedWebNames();
     SetParameter("pagecount", std::to_string(Pages.size() - 1));
     if (PagesLeftOut != 0) {
       ModuleLog("Site " + GetParameter("name") + ": " + std::to_string(PagesLeftOut) +
@@ -154,6 +162,7 @@ void CZOLServerSite::FollowLinks() {
       std::string path;
       ProcessLink(file, path);
       if (PageFind(path, file) != nullptr) continue;
+      if (!StaysInsideRoot(path + file)) continue;
       DWORD number = 0;
       if (!TakePageNumber(number)) continue;
       auto* page = new CZOLServerPage(SiteId, number, 2, 40, path, file);
@@ -178,6 +187,11 @@ bool CZOLServerSite::TakePageNumber(DWORD& number) {
 
 BOOL CZOLServerSite::ImportSchedule() {
   return Guarded("CZOLServerSite::ImportSchedule()", [&]() -> BOOL {
+    // A template that leads out of the root is as good as missing: the page stays empty.
+    if (!StaysInsideRoot(m_schedulePage->GetPath() + m_schedulePage->GetFilename())) {
+      m_schedulePage->Clear();
+      return TRUE;
+    }
     m_schedulePage->Initialize(Comm, Event, Root, -1, "");
     return TRUE;
   });
@@ -187,6 +201,10 @@ void CZOLServerSite::ImportCurrentRun(CRun* run, BOOL addToSite) {
   Guarded("CZOLServerSite::ImportCurrentRun()", [&] {
     const int runId = run != nullptr ? static_cast<int>(run->UniqueID) : -1;
     for (CZOLServerPage* page : RunBoundPages()) {
+      if (!StaysInsideRoot(page->GetPath() + page->GetFilename())) {
+        page->Clear();
+        continue;
+      }
       if (page->Initialize(Comm, Event, Root, runId, "") != 0 && addToSite != 0) AddPageToSite(page);
     }
   });
@@ -255,9 +273,28 @@ const CParameters& CZOLServerSite::GetClockParameters() const { return m_infoPag
 
 void CZOLServerSite::AddDirectory(const std::string& subDir) {
   Guarded("CZOLServerSite::AddDirectory()", [&] {
-    for (const platform::DirectoryEntry& entry : platform::ListDirectory(Root + subDir)) {
-      if (entry.IsDirectory) AddDirectory(subDir + entry.Name + "\\");
+    std::string realFolder;
+    if (!platform::RealPath(Root + subDir, realFolder)) return;
+    if (++FoldersWalked > kMostFoldersPerBuild) {
+      if (FoldersWalked == kMostFoldersPerBuild + 1) {
+        ModuleLog("Site " + GetParameter("name") + ": more than " + std::to_string(kMostFoldersPerBuild) +
+                  " folders; the rest are left out");
+      }
+      return;
     }
+    WalkedFolderChain.push_back(realFolder);
+    for (const platform::DirectoryEntry& entry : platform::ListDirectory(Root + subDir)) {
+      if (!entry.IsDirectory || !StaysInsideRoot(subDir + entry.Name)) continue;
+      std::string realSubFolder;
+      if (!platform::RealPath(Root + subDir + entry.Name, realSubFolder)) continue;
+      if (std::find(WalkedFolderChain.begin(), WalkedFolderChain.end(), realSubFolder) != WalkedFolderChain.end()) {
+        ModuleLog("Site " + GetParameter("name") + ": folder " + platform::ToNativePath(subDir + entry.Name) +
+                  " left out: it leads back to a folder that holds it");
+        continue;
+      }
+      AddDirectory(subDir + entry.Name + "\\");
+    }
+    WalkedFolderChain.pop_back();
     AddFiles(subDir);
   });
 }
@@ -268,12 +305,45 @@ void CZOLServerSite::AddFiles(const std::string& subDir) {
     for (const PlainFileKind& kind : kPlainFileKinds) {
       for (const platform::DirectoryEntry& entry : entries) {
         if (entry.IsDirectory || !HasExtension(entry.Name, kind.Extension)) continue;
+        if (!StaysInsideRoot(subDir + entry.Name)) continue;
         DWORD number = 0;
         if (!TakePageNumber(number)) continue;
         auto* page = new COutputPage(SiteId, number, kind.Level, kind.Repeat, subDir, entry.Name);
         page->FileImport(Root);
         AddPageToSite(page);
       }
+    }
+  });
+}
+
+bool CZOLServerSite::StaysInsideRoot(const std::string& relative) const {
+  return Guarded("CZOLServerSite::StaysInsideRoot()", [&] {
+    std::string real;
+    if (!platform::RealPath(Root + relative, real)) return true;
+    std::string realRoot;
+    // The root itself, reached by a link, is inside: the walk's check for links that
+    // lead back up stops that one.
+    if (platform::RealPath(Root, realRoot) && (real == realRoot || platform::IsBelowRealFolder(realRoot, real))) {
+      return true;
+    }
+    ModuleLog("Site " + GetParameter("name") + ": " + platform::ToNativePath(relative) +
+              " left out: its real path " + real + " lies outside the site's root");
+    return false;
+  });
+}
+
+void CZOLServerSite::ReportSharedWebNames() const {
+  Guarded("CZOLServerSite::ReportSharedWebNames()", [&] {
+    std::map<std::string, const COutputPage*> byWebPath;
+    for (const auto& [number, page] : Pages) {
+      if (page == m_infoPage) continue;
+      auto [slot, inserted] = byWebPath.try_emplace(WebPathOf(page), page);
+      if (inserted) continue;
+      ModuleLog("Site " + GetParameter("name") + ": " +
+                platform::ToNativePath(slot->second->GetPath() + slot->second->GetFilename()) + " and " +
+                platform::ToNativePath(page->GetPath() + page->GetFilename()) + " have the same web name " +
+                slot->first + "; the browser reaches only the latter");
+      slot->second = page;
     }
   });
 }

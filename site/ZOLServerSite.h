@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "distribution/OutputPage.h"
 #include "distribution/OutputStream.h"
@@ -97,6 +98,13 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
     return {m_currentPage, m_atTheLinePage, m_pitStopsPage, m_feedPage, m_announcementsPage, m_runInformationPage};
   }
   void FollowLinks();
+  // True when the file or folder `relative` (below the root) lies inside the root with
+  // every symbolic link followed, or does not exist, so that its import fails as usual.
+  // One log line for each that leads out.
+  bool StaysInsideRoot(const std::string& relative) const;
+  // One log line for each web name that two pages of the build share: the browser
+  // reaches only the one registered last.
+  void ReportSharedWebNames() const;
   // The next free page number; false, counted as a page left out, when none is left.
   bool TakePageNumber(DWORD& number);
 
@@ -105,6 +113,10 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   std::string WebName;
   DWORD NextPageId = 8;
   DWORD PagesLeftOut = 0;
+  // The real paths of the folders from the root down to the one being walked, to find
+  // a symbolic link that leads back up; and how many folders this build has walked.
+  std::vector<std::string> WalkedFolderChain;
+  DWORD FoldersWalked = 0;
   DWORD BuildTime = 0;
   DWORD TimerEvents = 0;
   std::deque<std::string> LinkQueue;

@@ -4,6 +4,7 @@
 #include "frame/KVTException.h"
 #include "site/ZOLServerSite.h"
 #include "web/HTMLText.h"
+#include "web/ServerPages.h"
 
 std::string CZOLServerSite::GetSiteAsHTMLRow() {
   return Guarded("CZOLServerSite::GetSiteAsHTMLRow()", [&] {
@@ -17,10 +18,11 @@ std::string CZOLServerSite::GetSiteAsHTMLRow() {
     const double bandwidth = GetBandwidth() / 1024.0;
     const double maxDataRate = GetMaxDataRate();
     std::string html = "<TR>";
-    html += "<TD><A HREF=\"/zol/" + GetWebName() + "/content.html\">" + name + "</A></TD>";
-    html += "<TD>" + Root + "</TD>";
+    html += "<TD><A HREF=\"" + HtmlAttribute(SitePageLink(GetWebName(), "content.html")) + "\">" + HtmlText(name) +
+            "</A></TD>";
+    html += "<TD>" + HtmlText(DisplayPath(Root)) + "</TD>";
     html += HTMLFormat("<TD>%ld</TD>", std::atol(GetParameter("pagecount").c_str()));
-    html += HTMLFormat("<TD>%s x %s</TD>", GetParameter("height").c_str(), GetParameter("width").c_str());
+    html += "<TD>" + HtmlText(GetParameter("height")) + " x " + HtmlText(GetParameter("width")) + "</TD>";
     html += HTMLFormat("<TD>%0.1f kb</TD>", original / 1024.0);
     html += HTMLFormat("<TD>%0.1f kb</TD>", compressed / 1024.0);
     html += HTMLFormat("<TD>%0.1f %%</TD>", (1.0 - quotient) * 100.0);

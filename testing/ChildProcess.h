@@ -18,6 +18,7 @@ class ChildProcess {
   ~ChildProcess();
 
   bool Running();
+  pid_t ProcessId() const { return Pid; }
   void Signal(int number);
   // The exit status once the process ended within `seconds`, or nothing. A process
   // ended by a signal reports 128 + the signal number.

@@ -1,14 +1,19 @@
 #include "web/EditContentPage.h"
 
-#include <memory>
+#include <cstdint>
+#include <string>
+#include <vector>
 
 #include "distribution/OutputPage.h"
 #include "frame/KVTException.h"
 #include "frame/Package.h"
+#include "frame/platform/FileRead.h"
 #include "frame/platform/FileWrite.h"
+#include "frame/platform/Paths.h"
 #include "site/ZOLServerPage.h"
 #include "site/ZOLServerSite.h"
 #include "views/RMComm.h"
+#include "web/HTMLText.h"
 #include "web/ServerPages.h"
 
 namespace {
@@ -36,8 +41,18 @@ bool IsEditable(const std::string& path, const std::string& file) {
   return !file.empty() && !LeavesItsFolder(path) && !LeavesItsFolder(file);
 }
 
+// A NUL byte would cut the name short at the file system ("style.css\0junk.zol").
+bool HoldsNulByte(const std::string& path, const std::string& file) {
+  return path.find('\0') != std::string::npos || file.find('\0') != std::string::npos;
+}
+
+void RefuseNulByte(CKVTHttpResponse& response) {
+  response.SetBody("Bad request: a file name must not hold a NUL byte.");
+  response.Status = 400;
+}
+
 std::string ContentLink(const std::string& path) {
-  return path.empty() ? std::string("content.html") : "content.html?path=" + path;
+  return path.empty() ? std::string("content.html") : "content.html?path=" + UrlQueryValue(path);
 }
 
 // The page of the site made from that folder and file; plain files keep "\\" between
@@ -45,6 +60,97 @@ std::string ContentLink(const std::string& path) {
 COutputPage* FindSitePage(const CZOLServerSite* site, const std::string& path, const std::string& file) {
   if (COutputPage* page = site->PageFind(path, file)) return page;
   return site->PageFind(COutputPage::ReplaceAll(path, "/", "\\"), file);
+}
+
+// Larger files are not put into a form: sent back, a file of this size stays below the
+// web server's limit on a request body even when every byte comes back as %0D%0A.
+constexpr std::size_t kMostEditableBytes = 128 * 1024;
+
+// True for text the browser gives back unchanged: UTF-8 without NUL bytes (a browser
+// puts U+FFFD in place of a NUL and of every byte that is no UTF-8).
+bool IsUtf8Text(const std::string& text) {
+  std::size_t i = 0;
+  while (i < text.size()) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    std::size_t length = 0;
+    std::uint32_t code = 0;
+    if (lead == 0) return false;
+    if (lead < 0x80) {
+      ++i;
+      continue;
+    }
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      length = 2;
+      code = lead & 0x1F;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+      length = 3;
+      code = lead & 0x0F;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+      length = 4;
+      code = lead & 0x07;
+    } else {
+      return false;
+    }
+    if (i + length > text.size()) return false;
+    for (std::size_t k = 1; k < length; ++k) {
+      const auto next = static_cast<unsigned char>(text[i + k]);
+      if ((next & 0xC0) != 0x80) return false;
+      code = (code << 6) | (next & 0x3F);
+    }
+    // Overlong forms, UTF-16 surrogates and code points above U+10FFFF are no UTF-8.
+    if ((length == 3 && code < 0x800) || (length == 4 && (code < 0x10000 || code > 0x10FFFF)) ||
+        (code >= 0xD800 && code <= 0xDFFF)) {
+      return false;
+    }
+    i += length;
+  }
+  return true;
+}
+
+struct LineEnds {
+  std::size_t Lf = 0;    // "\n" alone
+  std::size_t CrLf = 0;  // "\r\n"
+  std::size_t Cr = 0;    // "\r" alone
+  // False when a save cannot give the file its line ends back: LF and CRLF mixed, or a
+  // CR alone, which browsers turn into a line end of their own.
+  bool KeptBySave() const { return Cr == 0 && (Lf == 0 || CrLf == 0); }
+  // What a save writes: the file's own line end, or for a mixed file the more frequent
+  // of LF and CRLF (LF on a tie).
+  const char* SavedAs() const { return CrLf > Lf ? "crlf" : "lf"; }
+};
+
+LineEnds CountLineEnds(const std::string& text) {
+  LineEnds counts;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\r') {
+      if (i + 1 < text.size() && text[i + 1] == '\n') {
+        ++counts.CrLf;
+        ++i;
+      } else {
+        ++counts.Cr;
+      }
+    } else if (text[i] == '\n') {
+      ++counts.Lf;
+    }
+  }
+  return counts;
+}
+
+// Every line end of `text` (CRLF, LF or CR alone) becomes `lineEnd`.
+std::string WithLineEnds(const std::string& text, const std::string& lineEnd) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\r') {
+      if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
+      out += lineEnd;
+    } else if (text[i] == '\n') {
+      out += lineEnd;
+    } else {
+      out += text[i];
+    }
+  }
+  return out;
 }
 
 }  // namespace
@@ -66,37 +172,67 @@ void CEditContentPage::ProcessGet(CKVTHttpRequest& request, CKVTHttpResponse& re
   Guarded("CEditContentPage::ProcessGet()", [&] {
     const std::string path = request.AttributeGetValue("path");
     const std::string file = request.AttributeGetValue("file");
+    if (HoldsNulByte(path, file)) {
+      RefuseNulByte(response);
+      return;
+    }
     const std::string root = Site->GetRootDir();
-    // The work page that reads the file; dropped when the answer is made.
-    auto work = std::make_unique<COutputPage>(Site->GetSiteId(), 0, 0, 0, path, file);
-    const bool readable = IsEditable(path, file) &&
-                          platform::IsInsideFolder(root, COutputPage::ReplaceAll(root + path + file, "/", "\\")) &&
-                          work->FileImport(root) != 0;
+    const std::string name = root + path + file;
+    // The file's own bytes, not a page made from them: the text area must show them all.
+    std::vector<BYTE> bytes;
+    const bool readable =
+        IsEditable(path, file) && platform::IsInsideFolder(root, name) && platform::ReadWholeFile(name, bytes);
     if (!readable) {
-      response.SetBody("File not found: " + file);
+      response.SetBody("File not found: " + HtmlText(file));
       response.Status = 404;
       return;
     }
+    const std::string shownName = HtmlText(platform::ToNativePath(path + file));
+    if (bytes.size() > kMostEditableBytes) {
+      response.SetBody("The file " + shownName + " is too large to edit here (more than " +
+                       std::to_string(kMostEditableBytes / 1024) + " KB).");
+      response.Status = 200;
+      return;
+    }
+    const std::string text(bytes.begin(), bytes.end());
+    if (!IsUtf8Text(text)) {
+      response.SetBody("The file " + shownName +
+                       " cannot be edited here: it is not UTF-8 text, and a browser would change its bytes.");
+      response.Status = 200;
+      return;
+    }
+    const LineEnds lineEnds = CountLineEnds(text);
     std::string body = kInsertViewNameScript;
-    body += "<form name='edit' action='editcontent.html' method='post'>\n";
-    body += "<input type='hidden' name='path' value='" + path + "'>\n";
-    body += "<input type='hidden' name='file' value='" + file + "'>\n";
+    body += "<p>Editing " + shownName + "</p>\n";
+    if (!lineEnds.KeptBySave()) {
+      body += std::string("<p>This file mixes line ends; Apply Changes gives every line ") +
+              (std::string(lineEnds.SavedAs()) == "crlf" ? "CRLF" : "LF") + " line ends.</p>\n";
+    }
+    body += "<form name='edit' action='editcontent.html' method='post' accept-charset='UTF-8'>\n";
+    body += FormTokenField(request) + "\n";
+    body += "<input type='hidden' name='path' value='" + HtmlAttribute(path) + "'>\n";
+    body += "<input type='hidden' name='file' value='" + HtmlAttribute(file) + "'>\n";
+    // Browsers send every line end of a text area as CRLF; the save puts the file's back.
+    body += std::string("<input type='hidden' name='lineends' value='") + lineEnds.SavedAs() + "'>\n";
     body += "<table>\n";
+    // The newline after the opening tag is dropped by the browser, so that a first line
+    // that is empty survives.
     body += "<tr><td colspan='2'><textarea cols='80' rows='25' wrap='off' onKeyDown='onKeyDown(this, event);' "
-            "name='content' ID='content'>";
-    body += work->GetDataAsString();
+            "name='content' ID='content'>\n";
+    body += HtmlTextArea(text);
     body += "</textarea></td></tr>\n";
     body += "<tr><td><SELECT name=viewname style='width:140px;'>\n";
     if (Comm != nullptr) {
-      for (const std::string& name : Comm->GetViewNames()) {
-        body += "<OPTION VALUE='" + name + "'" + (name == "lgView_Results" ? " SELECTED" : "") + ">" +
-                GetTranslation(name.c_str()) + "\n";
+      for (const std::string& view : Comm->GetViewNames()) {
+        body += "<OPTION VALUE='" + HtmlAttribute(view) + "'" + (view == "lgView_Results" ? " SELECTED" : "") + ">" +
+                HtmlText(GetTranslation(view.c_str())) + "\n";
       }
     }
     body += "</SELECT>\n";
     body += "<input type='button' value='Insert' onclick=\"insertViewName();\"></td>\n";
     body += "<td align='right'><input type='submit' value='Apply Changes' onclick=''>";
-    body += "<input type='button' value='Cancel' onclick=\"location.href='" + ContentLink(path) + "'\">\n";
+    body += "<input type='button' value='Cancel' onclick=\"location.href='" +
+            HtmlAttribute(ScriptString(ContentLink(path))) + "'\">\n";
     body += "</td></tr>\n</table>\n</form>\n";
     response.SetBody(body);
     response.Status = 200;
@@ -108,17 +244,25 @@ void CEditContentPage::ProcessPost(CKVTHttpRequest& request, CKVTHttpResponse& r
   Guarded("CEditContentPage::ProcessPost()", [&] {
     const std::string path = request.FormGetValue("path");
     const std::string file = request.FormGetValue("file");
-    const std::string content = request.FormGetValue("content");
+    if (HoldsNulByte(path, file)) {
+      RefuseNulByte(response);
+      return;
+    }
+    std::string content = request.FormGetValue("content");
+    const std::string lineEnds = request.FormGetValue("lineends");
+    if (lineEnds == "lf") content = WithLineEnds(content, "\n");
+    if (lineEnds == "crlf") content = WithLineEnds(content, "\r\n");
     const std::string root = Site->GetRootDir();
     const std::string name = COutputPage::ReplaceAll(root + path + file, "/", "\\");
-    // Only a file that exists below the site's root is written; none is ever made.
+    // Only a file that exists below the site's root, links followed, is written; none is
+    // ever made.
     const bool allowed = IsEditable(path, file) && platform::IsInsideFolder(root, name);
     COutputPage* page = allowed ? FindSitePage(Site, path, file) : nullptr;
     // A template takes its new text at the next build.
     auto* templatePage = page != nullptr && page->GetIsTemplate() != 0 ? dynamic_cast<CZOLServerPage*>(page) : nullptr;
     if (templatePage != nullptr) templatePage->SetFileChanged(1);
     if (!allowed || !platform::OverwriteExistingFile(name, content)) {
-      response.SetBody("Failed to write file: " + name);
+      response.SetBody("Failed to write file: " + HtmlText(platform::ToNativePath(name)));
       response.Status = 404;
       return;
     }

@@ -61,27 +61,28 @@ void CFeedContentPage::ProcessGet(CKVTHttpRequest& request, CKVTHttpResponse& re
     body += "</TD></TR>\n</TABLE>\n";
 
     body += kTableStart;
-    body += "<TR><TD width='120px'><B>Name:</B></TD><TD>" + Site->GetParameter("name") + "</TD></TR>\n";
+    body += "<TR><TD width='120px'><B>Name:</B></TD><TD>" + HtmlText(Site->GetParameter("name")) + "</TD></TR>\n";
     body += "<TR><TD><B>Current Event:</B></TD><TD";
     if (HasEvent(Server, Site)) {
       body += '>';
-      body += EventNameOf(Server, Site);
+      body += HtmlText(EventNameOf(Server, Site));
     } else {
       body += " BGCOLOR=darkgrey><BLINK>No Event Selected!</BLINK>";
     }
     body += "</TD></TR>\n";
-    body += "<TR><TD><B>Root path:</B></TD><TD>" + Site->GetRootDir() + "</TD></TR>\n";
-    body += "<TR><TD><B>Dimensions:</B></TD><TD>" + Site->GetParameter("height") + " x " +
-            Site->GetParameter("width") + "</TD></TR>\n";
+    body += "<TR><TD><B>Root path:</B></TD><TD>" + HtmlText(DisplayPath(Site->GetRootDir())) + "</TD></TR>\n";
+    body += "<TR><TD><B>Dimensions:</B></TD><TD>" + HtmlText(Site->GetParameter("height")) + " x " +
+            HtmlText(Site->GetParameter("width")) + "</TD></TR>\n";
     body += "<TR><TD><B>Available port(s):</B></TD><TD>";
     body += "<FORM name='addportform' method='post' action='content.html' style='margin: 0px;'>";
+    body += FormTokenField(request);
     body += "<SELECT name='portid'>";
     const auto& streamPorts = Site->GetPorts();
     bool offered = false;
     for (const auto& [id, port] : Server->GetPorts()) {
       if (port == nullptr || std::find(streamPorts.begin(), streamPorts.end(), port) != streamPorts.end()) continue;
-      body += HTMLFormat("<OPTION value='%ld'>%s (%s, %s)\n", static_cast<long>(id), port->GetInfoLine2().c_str(),
-                         port->GetInfoLine1().c_str(), port->GetTypeName().c_str());
+      body += HTMLFormat("<OPTION value='%ld'>", static_cast<long>(id)) + HtmlText(port->GetInfoLine2()) + " (" +
+              HtmlText(port->GetInfoLine1()) + ", " + HtmlText(port->GetTypeName()) + ")\n";
       offered = true;
     }
     if (!offered) body += "<OPTION value='-1'>No more ports available\n";
@@ -92,11 +93,11 @@ void CFeedContentPage::ProcessGet(CKVTHttpRequest& request, CKVTHttpResponse& re
     body += "<BR>\n";
     body += kTableStart;
     body += "<TR><TH>Type</TH><TH>Port</TH><TH>Information</TH><TH></TH></TR>\n";
-    body += Site->GetPortsAsHTML();
+    body += Site->GetPortsAsHTML(request);
     body += "</TABLE>\n";
 
     body += "<BR>\n";
-    body += GetPagesAsHTML(path);
+    body += GetPagesAsHTML(path, request);
 
     body += "<BR>\n";
     body += kTableStart;
@@ -118,14 +119,15 @@ void CFeedContentPage::ProcessGet(CKVTHttpRequest& request, CKVTHttpResponse& re
   });
 }
 
-std::string CFeedContentPage::GetPagesAsHTML(const std::string& path) {
+std::string CFeedContentPage::GetPagesAsHTML(const std::string& path, const CKVTHttpRequest& request) {
   return Guarded("CFeedContentPage::GetPagesAsHTML()", [&] {
     std::string html = kTableStart;
     html += "<TR><TD COLSPAN='9' class='TableHeader'>";
-    html += "<FORM style='margin: 0px;' name='reloadform' method='post' action='" + FileName + "'>";
+    html += "<FORM style='margin: 0px;' name='reloadform' method='post' action='" + HtmlAttribute(FileName) + "'>";
+    html += FormTokenField(request);
     html += "<TABLE cellspacing=0 BORDER=0 WIDTH='100%'><TR><TD class='TableHeader'>";
     html += "Available Pages";
-    if (!path.empty()) html += " in '" + path + "'";
+    if (!path.empty()) html += " in '" + HtmlText(path) + "'";
     html += " (" + CZOLServerSite::GetTimeString(static_cast<std::time_t>(Site->GetBuildTime()), 1, 1) + ")";
     html += "</TD><TD class='TableHeader' style='text-align: right;'>";
     html += "<INPUT style='width: 90px;' type='submit' value='Reload Site' onclick=\"return confirm('Do you really "
@@ -162,13 +164,13 @@ std::string CFeedContentPage::GetPagesAsHTML(const std::string& path) {
       html += kFolderImage;
       html += "<TD><A HREF=\"" + FileName;
       const auto slash = path.rfind('/');
-      if (slash != std::string::npos && slash > 0) html += "?path=" + path.substr(0, slash);
+      if (slash != std::string::npos && slash > 0) html += "?path=" + UrlPath(path.substr(0, slash));
       html += "\">..</A></TD></TR>\n";
     }
     for (const std::string& folder : folders) {
       html += kFolderImage;
-      html += "<TD><A HREF=\"" + FileName + "?path=" + (path.empty() ? std::string() : path + "/") + folder + "\">" +
-              folder + "</A></TD></TR>\n";
+      html += "<TD><A HREF=\"" + FileName + "?path=" + UrlPath((path.empty() ? std::string() : path + "/") + folder) +
+              "\">" + HtmlText(folder) + "</A></TD></TR>\n";
     }
     int row = 0;
     for (const COutputPage* page : here) {

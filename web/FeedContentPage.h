@@ -15,8 +15,9 @@ class CFeedContentPage : public CWebPage {
   void HandleRequest(CKVTHttpRequest& request, CKVTHttpResponse& response) override;
   void ProcessGet(CKVTHttpRequest& request, CKVTHttpResponse& response);
   void ProcessPost(CKVTHttpRequest& request, CKVTHttpResponse& response);
-  // The table of the pages in folder `path` ("" for the root, no trailing "/").
-  std::string GetPagesAsHTML(const std::string& path);
+  // The table of the pages in folder `path` ("" for the root, no trailing "/"); its
+  // reload form carries the request's anti-forgery token.
+  std::string GetPagesAsHTML(const std::string& path, const CKVTHttpRequest& request);
 
  private:
   CZOLServer* Server;

@@ -14,5 +14,8 @@ class CServerHomePage : public CWebPage {
   void ProcessPost(CKVTHttpRequest& request, CKVTHttpResponse& response);
 
  private:
+  // The page, with `message` (a refused form) above everything when it is not empty.
+  void ShowPage(CKVTHttpRequest& request, CKVTHttpResponse& response, const std::string& message);
+
   CZOLServer* Server;
 };

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -11,6 +12,7 @@
 #include "site/ZOLServerSite.h"
 #include "testing/WaitUntil.h"
 #include "web/AdminPageFixture.h"
+#include "web/ServerPages.h"
 
 namespace {
 
@@ -32,13 +34,15 @@ std::string ExpectedPortRow(const std::string& id, const std::string& name, cons
   return "<TR><TD width='250px'>" + name +
          " (<A HREF=\"#\" onclick=\"theDiv=document.getElementById('settings" + id +
          "');if (theDiv != null) theDiv.style.display='block'; return false;\">edit</A>)</TD>" + stateCells +
-         "<TD><A HREF=\"deleteport.html?ID=" + id +
-         "\" onclick=\"return confirm('Delete the port?');\">Delete</A></TD>\n"
+         "<TD>" +
+         PortActionForm("deleteport.html", static_cast<DWORD>(std::stoul(id)), "Delete", "Delete the port?",
+                        CKVTHttpRequest()) +
+         "</TD>\n"
          "</TR>\n"
          "<TR><TD COLSPAN='3'><DIV id=settings" + id +
          " style='width: 220px; margin: 3px;display: none; background-color: white; border-style: solid; "
          "border-width: 1px;'><FORM name='settingsform' method='post' action='index.html' style='margin: 0px;'>\n"
-         "<TABLE width='100%'><TR><TD COLSPAN='2'><INPUT type='hidden' name='portid' value='" + id + "'>\n" +
+         "<INPUT type='hidden' name='formtoken' value=''><TABLE width='100%'><TR><TD COLSPAN='2'><INPUT type='hidden' name='portid' value='" + id + "'>\n" +
          settings +
          "</TD></TR><TR><TD COLSPAN='2' style='background-color: gray; height: 1px;'></TD></TR>"
          "<TR><TD><INPUT type='checkbox' name='portactive'" + (active ? " CHECKED" : "") +
@@ -58,7 +62,9 @@ std::string ExpectedSiteRow(CZOLServerSite& site, const std::string& name, const
   const double compressed = site.GetCompressedSize();
   double quotient = compressed > 0 ? compressed / original : 1.0;
   if (quotient > 1.0) quotient = 1.0;
-  return "<TR><TD><A HREF=\"/zol/" + name + "/content.html\">" + name + "</A></TD><TD>" + site.GetRootDir() +
+  std::string root = site.GetRootDir();
+  std::replace(root.begin(), root.end(), '\\', '/');
+  return "<TR><TD><A HREF=\"/zol/" + name + "/content.html\">" + name + "</A></TD><TD>" + root +
          "</TD><TD>" + pages + "</TD><TD>" + dimensions + "</TD><TD>" + Printf("%0.1f kb", original / 1024.0) + "</TD><TD>" +
          Printf("%0.1f kb", compressed / 1024.0) + "</TD><TD>" + Printf("%0.1f %%", (1.0 - quotient) * 100.0) +
          "</TD><TD>" + Printf("%0.2f KB/sec", site.GetBandwidth() / 1024.0) + "</TD></TR>\n";
@@ -93,12 +99,13 @@ TEST(ServerHomePage, MainPageWithTwoSitesAndAPortOfEachTypeIsExactlyAsDesigned) 
 
   const CKVTHttpResponse response = admin.Get("_server/index.html");
   ASSERT_EQ(response.Status, 200);
-  EXPECT_EQ(response.HeadText, "\t<META HTTP-EQUIV=\"refresh\" CONTENT=\"60\">");
+  // The page reloads itself by a script that spares a form being edited.
+  EXPECT_NE(response.HeadText.find("setInterval("), std::string::npos) << response.HeadText;
   EXPECT_EQ(response.Framed, 1) << "the main page comes in the web server's frame";
 
   const std::string tcp = std::to_string(tcpPort);
   const std::string serialSettings =
-      "<TABLE><TR><TD>Connect using:</TD><TD><SELECT name='comport'><OPTION VALUE='7'>COM7</SELECT></TD></TR>\n"
+      "<TABLE><TR><TD>Connect using:</TD><TD><SELECT name='comport'><OPTION VALUE='7'>COM7 (" + admin.DeviceName + ")</SELECT></TD></TR>\n"
       "<TR><TD>Baudrate:</TD><TD><SELECT name='baudrate'><OPTION VALUE='9600'>9600<OPTION VALUE='19200'>19200"
       "<OPTION VALUE='38400'>38400<OPTION VALUE='57600'>57600<OPTION VALUE='115200' SELECTED>115200"
       "<OPTION VALUE='230400'>230400</SELECT></TD></TR></TABLE>\n";
@@ -111,10 +118,16 @@ TEST(ServerHomePage, MainPageWithTwoSitesAndAPortOfEachTypeIsExactlyAsDesigned) 
       "<TR><TD>Port Number:</TD><TD><INPUT type='text' name='multicastport' style='width: 60px;' maxlength='5' "
       "value='7125'></TD></TR></TABLE>\n";
   const std::string active = "<TD width='100px' bgcolor='green'><FONT COLOR='white'>";
+  // Only alpha lists a port (the multicast one), so the other two say so.
+  const std::string notListed =
+      "<TR><TD COLSPAN='4' class='PortNotListed'>No site lists this port, so it sends nothing. Add it on the content "
+      "page of the site: <A HREF=\"/zol/alpha/content.html\">alpha</A> <A HREF=\"/zol/beta/content.html\">beta</A>"
+      "</TD></TR>\n";
 
   const std::string expected =
       "<H1>Welcome to the ZOL server (version 1.0)</H1>\n"
-      "This is the 'Zolan Relay Network'. Please choose something from the menu on the left.<BR><BR>\n"
+      "This is the 'Zolan Relay Network'. Please choose something from the menu on the left.<BR><BR>\n" +
+      server.GetRaceDayAsHTML() + "<BR>\n"
       // Sites
       "<TABLE cellspacing=0 BORDER=0 WIDTH='700px'>\n"
       "<TR><TD COLSPAN='8' class='TableHeader'>Available Sites</TD></TR>\n"
@@ -128,14 +141,18 @@ TEST(ServerHomePage, MainPageWithTwoSitesAndAPortOfEachTypeIsExactlyAsDesigned) 
       "<TABLE cellspacing=0 BORDER=0 WIDTH='700px'>\n"
       "<TR><TD COLSPAN='4' class='TableHeader'>Port(s) overview</TD></TR>\n"
       "<TR><TH>Type</TH><TH>Port</TH><TH>Information</TH><TH></TH></TR>\n" +
-      ExpectedPortRow("1", "Serial", active + "COM 7</FONT></TD><TD>Baudrate: 115200</TD>", serialSettings, true) +
+      ExpectedPortRow("1", "Serial", active + "COM 7 (" + admin.DeviceName + ")</FONT></TD><TD>Baudrate: 115200</TD>",
+                      serialSettings, true) +
+      notListed +
       ExpectedPortRow("2", "Network [unicast]", active + "Port: " + tcp + "</FONT></TD><TD>IP: 127.0.0.1</TD>",
                       tcpSettings, true) +
-      ExpectedPortRow("3", "Network (multicast)", "<TD BGCOLOR='red'>None</TD><TD>N/A</TD>", multicastSettings,
+      notListed +
+      ExpectedPortRow("3", "Network (multicast)", "<TD BGCOLOR='red'>None: cannot send to multicast group 127.0.0.1 port 7125: 127.0.0.1 is not an IPv4 "
+      "multicast address</TD><TD>N/A</TD>", multicastSettings,
                       false) +
       "<TR><TD COLSPAN='4' style='background-color: black; height: 1px;'></TD></TR>\n"
       "<TR><TD COLSPAN='4'><FORM name='addportform' method='post' action='index.html' style='margin: 0px;'>"
-      "Add a port of type: <SELECT name='porttype'><OPTION value='1'>Serial\n"
+      "<INPUT type='hidden' name='formtoken' value=''>Add a port of type: <SELECT name='porttype'><OPTION value='1'>Serial\n"
       "<OPTION value='2' SELECTED>Network (unicast)\n"
       "<OPTION value='3'>Network (multicast)\n"
       "</SELECT><INPUT type='submit' value='Add'></FORM>\n"
@@ -181,7 +198,7 @@ TEST(ServerHomePage, PostForADeletedPortShowsInvalidId) {
   AdminPageFixture admin;
   CZOLServer& server = admin.Start("");
   server.PortAdd(2, 0xFFFFFFFF);
-  ASSERT_EQ(admin.Get("_server/deleteport.html", {{"ID", "0"}}).Status, 301);
+  ASSERT_EQ(admin.Post("_server/deleteport.html", {{"ID", "0"}}).Status, 301);
   const CKVTHttpResponse response =
       admin.Post("_server/index.html", {{"portid", "0"}, {"tcpipport", "51000"}, {"portactive", "on"}});
   EXPECT_EQ(response.Status, 200);

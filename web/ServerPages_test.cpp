@@ -16,6 +16,15 @@ CKVTHttpResponse Get(CWebPage& page, const std::string& path, const std::string&
   return response;
 }
 
+CKVTHttpResponse PostId(CWebPage& page, const std::string& id) {
+  CKVTHttpRequest request;
+  request.Method = CKVTHttpRequest::kMethodPost;
+  request.Form["ID"] = id;
+  CKVTHttpResponse response;
+  page.HandleRequest(request, response);
+  return response;
+}
+
 }  // namespace
 
 TEST(ServerPages, TheServerRegistersTheDeleteAndFilePagesUnderTheirPaths) {
@@ -68,8 +77,11 @@ TEST(FilePage, PathWithADotDotComponentIsRefused) {
 TEST(DeletePortPage, UnknownIdAnswersWithTheTextAndStatus200) {
   PackageScope scope;
   CZOLServer server;
-  const CKVTHttpResponse response = Get(*server.WebServerFindPage("_server/deleteport.html"), "", "42");
+  const CKVTHttpResponse response = PostId(*server.WebServerFindPage("_server/deleteport.html"), "42");
   EXPECT_EQ(response.Status, 200);
+  EXPECT_EQ(response.BodyText(), "Invalid port ID: port not found.");
+  EXPECT_EQ(Get(*server.WebServerFindPage("_server/deleteport.html"), "", "42").BodyText(),
+            "Invalid port ID: port not found.");
   EXPECT_EQ(response.BodyText(), "Invalid port ID: port not found.");
 }
 
@@ -79,7 +91,10 @@ TEST(DeletePortPage, KnownIdDeletesThePortAndRedirects) {
   scope.WriteSettings("[ports]\ncount=1\nport0=1\n[port0]\nID=3\n");
   CZOLServer server;
   ASSERT_NE(server.GetPort(3), nullptr);
-  const CKVTHttpResponse response = Get(*server.WebServerFindPage("_server/deleteport.html"), "", "3");
+  // A GET only asks; the POST of its form deletes.
+  EXPECT_EQ(Get(*server.WebServerFindPage("_server/deleteport.html"), "", "3").Status, 200);
+  ASSERT_NE(server.GetPort(3), nullptr);
+  const CKVTHttpResponse response = PostId(*server.WebServerFindPage("_server/deleteport.html"), "3");
   EXPECT_EQ(response.Status, 301);
   EXPECT_EQ(response.Headers.at("location"), "index.html");
   EXPECT_EQ(response.BodyText(), "redirect");

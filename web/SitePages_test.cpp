@@ -20,6 +20,7 @@
 #include "views/ViewEncoder.h"
 #include "web/AdminPageFixture.h"
 #include "web/FeedContentPage.h"
+#include "web/ServerPages.h"
 #include "web/SiteSettingsPage.h"
 
 namespace {
@@ -126,24 +127,26 @@ TEST_F(SiteAdmin, ContentPageOfASubfolderIsExactlyAsDesigned) {
       table +
       "<TR><TD width='120px'><B>Name:</B></TD><TD>main</TD></TR>\n"
       "<TR><TD><B>Current Event:</B></TD><TD BGCOLOR=darkgrey><BLINK>No Event Selected!</BLINK></TD></TR>\n"
-      "<TR><TD><B>Root path:</B></TD><TD>" + Root + "\\</TD></TR>\n"
+      "<TR><TD><B>Root path:</B></TD><TD>" + Root + "/</TD></TR>\n"
       "<TR><TD><B>Dimensions:</B></TD><TD>768 x 1024</TD></TR>\n"
       "<TR><TD><B>Available port(s):</B></TD><TD>"
-      "<FORM name='addportform' method='post' action='content.html' style='margin: 0px;'><SELECT name='portid'>"
+      "<FORM name='addportform' method='post' action='content.html' style='margin: 0px;'>"
+      "<INPUT type='hidden' name='formtoken' value=''><SELECT name='portid'>"
       "<OPTION value='1'>IP: 127.0.0.1 (Port: " + std::to_string(TcpPort) + ", Network [unicast])\n"
       "</SELECT><INPUT type='submit' value='Add'></FORM></TD></TR>\n"
       "</TABLE>\n"
       "<BR>\n" +
       table +
       "<TR><TH>Type</TH><TH>Port</TH><TH>Information</TH><TH></TH></TR>\n"
-      "<TR><TD width='120px'>Network (multicast)</TD><TD BGCOLOR='red'>None</TD><TD>N/A</TD>"
-      "<TD><A HREF=\"removeport.html?ID=0\" onclick=\"return confirm('Remove the port from this site?');\">remove</A>"
+      "<TR><TD width='120px'>Network (multicast)</TD><TD BGCOLOR='red'>None: cannot send to multicast group 127.0.0.1 port 7125: 127.0.0.1 is not an IPv4 "
+      "multicast address</TD><TD>N/A</TD>"
+      "<TD>" + PortActionForm("removeport.html", 0, "remove", "Remove the port from this site?", CKVTHttpRequest()) +
       "</TD>\n</TR>\n"
       "</TABLE>\n"
       "<BR>\n" +
       table +
       "<TR><TD COLSPAN='9' class='TableHeader'><FORM style='margin: 0px;' name='reloadform' method='post' "
-      "action='content.html'><TABLE cellspacing=0 BORDER=0 WIDTH='100%'><TR><TD class='TableHeader'>"
+      "action='content.html'><INPUT type='hidden' name='formtoken' value=''><TABLE cellspacing=0 BORDER=0 WIDTH='100%'><TR><TD class='TableHeader'>"
       "Available Pages in 'css' (" + time + ")</TD><TD class='TableHeader' style='text-align: right;'>"
       "<INPUT style='width: 90px;' type='submit' value='Reload Site' onclick=\"return confirm('Do you really want to "
       "reload the ZOL Site?');\">\n"
@@ -225,10 +228,12 @@ TEST_F(SiteAdmin, AddingAServerPortPutsItOnTheSiteAndTheListRunsEmpty) {
   EXPECT_NE(body.find("<SELECT name='portid'><OPTION value='-1'>No more ports available\n</SELECT>"),
             std::string::npos);
   // And taken out again by the remove link; the server keeps the port.
-  EXPECT_EQ(admin.Get("main/removeport.html", {{"ID", "1"}}).Headers.at("location"), "content.html");
+  EXPECT_EQ(admin.Get("main/removeport.html", {{"ID", "1"}}).Status, 200) << "a GET only asks";
+  EXPECT_EQ(Site().GetPorts().size(), 2u);
+  EXPECT_EQ(admin.Post("main/removeport.html", {{"ID", "1"}}).Headers.at("location"), "content.html");
   EXPECT_EQ(Site().GetPorts().size(), 1u);
   EXPECT_NE(Server().GetPort(1), nullptr);
-  const CKVTHttpResponse again = admin.Get("main/removeport.html", {{"ID", "1"}});
+  const CKVTHttpResponse again = admin.Post("main/removeport.html", {{"ID", "1"}});
   EXPECT_EQ(again.Status, 200);
   EXPECT_EQ(again.BodyText(), "Invalid port ID: port not found.");
 }
@@ -265,13 +270,14 @@ TEST_F(SiteAdmin, SettingsPageIsExactlyAsDesigned) {
   EXPECT_EQ(response.Status, 200);
   const std::string expected =
       "<FORM name='settingsform' method='post' action='settings.html'>\n"
+      "<INPUT type='hidden' name='formtoken' value=''>\n"
       "<TABLE cellspacing=0 BORDER=0 WIDTH='500px'>\n"
       "<TR><TD COLSPAN='2' class='TableHeader'>ZOL Server Settings</TD></TR>\n"
       "<TR><TD width='120px'>Site Name:</TD><TD><INPUT type='text' name='sitename' style='width: 120px;' "
       "maxlength='15' value='main'></TD></TR>\n"
       "<TR><TD>Root Path:</TD><TD><INPUT type='text' name='rootpath' style='width: 250px;' maxlength='256' value='" +
       Root +
-      "\\'></TD></TR>\n"
+      "/'></TD></TR>\n"
       "<TR><TD>Current Event:</TD><TD><SELECT name='event'>\n"
       "<OPTION VALUE='1'>Spring Cup\n"
       "<OPTION VALUE='2' SELECTED>Heat A\n"
@@ -319,7 +325,9 @@ TEST_F(SiteAdmin, SettingsPostWithANewRootRebuildsTheSiteThere) {
   EXPECT_EQ(admin.Get("main/only.css").Status, 200);
 }
 
-TEST_F(SiteAdmin, EditPageIsExactlyAsDesignedWithTheTextUnescaped) {
+// The file's text is escaped in the text area (the browser gives the characters back),
+// behind a newline that the browser drops; the form carries the token and the line ends.
+TEST_F(SiteAdmin, EditPageIsAsDesignedWithTheTextEscapedForTheTextArea) {
   ConnectReplica();
   const CKVTHttpResponse response = admin.Get("main/editcontent.html", {{"path", "css/"}, {"file", "a.css"}});
   ASSERT_EQ(response.Status, 200);
@@ -331,20 +339,23 @@ TEST_F(SiteAdmin, EditPageIsExactlyAsDesignedWithTheTextUnescaped) {
   const std::string script = body.substr(0, form);
   EXPECT_EQ(script.rfind("<SCRIPT", 0), 0u);
   EXPECT_NE(script.find("function insertViewName()"), std::string::npos);
+  EXPECT_NE(script.find("<p>Editing css/a.css</p>\n"), std::string::npos);
   EXPECT_EQ(body.substr(form),
-            "<form name='edit' action='editcontent.html' method='post'>\n"
+            "<form name='edit' action='editcontent.html' method='post' accept-charset='UTF-8'>\n"
+            "<INPUT type='hidden' name='formtoken' value=''>\n"
             "<input type='hidden' name='path' value='css/'>\n"
             "<input type='hidden' name='file' value='a.css'>\n"
+            "<input type='hidden' name='lineends' value='lf'>\n"
             "<table>\n"
             "<tr><td colspan='2'><textarea cols='80' rows='25' wrap='off' onKeyDown='onKeyDown(this, event);' "
-            "name='content' ID='content'>body { color: <b>red</b>; }</textarea></td></tr>\n"
+            "name='content' ID='content'>\nbody { color: &lt;b&gt;red&lt;/b&gt;; }</textarea></td></tr>\n"
             "<tr><td><SELECT name=viewname style='width:140px;'>\n"
             "<OPTION VALUE='lgView_Results' SELECTED>Results\n"
             "<OPTION VALUE='lgView_LapTimes'>Lap times\n"
             "</SELECT>\n"
             "<input type='button' value='Insert' onclick=\"insertViewName();\"></td>\n"
             "<td align='right'><input type='submit' value='Apply Changes' onclick=''>"
-            "<input type='button' value='Cancel' onclick=\"location.href='content.html?path=css/'\">\n"
+            "<input type='button' value='Cancel' onclick=\"location.href='content.html?path=css%2F'\">\n"
             "</td></tr>\n</table>\n</form>\n");
 }
 
@@ -358,7 +369,7 @@ TEST_F(SiteAdmin, SavingAPlainFileWritesItAndTheSiteSendsTheNewText) {
   const CKVTHttpResponse response =
       admin.Post("main/editcontent.html", {{"path", "css/"}, {"file", "a.css"}, {"content", "b+%7B+%7D"}});
   EXPECT_EQ(response.Status, 301);
-  EXPECT_EQ(response.Headers.at("location"), "content.html?path=css/");
+  EXPECT_EQ(response.Headers.at("location"), "content.html?path=css%2F");
   std::FILE* file = std::fopen((Root + "/css/a.css").c_str(), "rb");
   ASSERT_NE(file, nullptr);
   char text[64] = {};

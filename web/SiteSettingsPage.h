@@ -18,6 +18,11 @@ class CSiteSettingsPage : public CWebPage {
   std::string AddEvents();
 
  private:
+  // The settings form holding the given values; `message`, when not empty, is shown
+  // above it.
+  std::string SettingsForm(const CKVTHttpRequest& request, const std::string& message, const std::string& name,
+                           const std::string& root, const std::string& width, const std::string& height);
+
   CZOLServerSite* Site;
   CRMComm* Comm;
   std::string FileName = "settings.html";

@@ -10,6 +10,7 @@ namespace platform {
 
 std::vector<DirectoryEntry> ListDirectory(const std::string& path) {
   std::vector<DirectoryEntry> entries;
+  if (!IsUsablePath(path)) return entries;
   std::error_code error;
   std::filesystem::directory_iterator walk(ToNativePath(path), error);
   if (error) return entries;

@@ -7,6 +7,7 @@
 namespace platform {
 
 bool ReadWholeFile(const std::string& path, std::vector<BYTE>& data) {
+  if (!IsUsablePath(path)) return false;
   std::FILE* file = std::fopen(ToNativePath(path).c_str(), "rb");
   if (file == nullptr) return false;
   long size = 0;

@@ -8,8 +8,8 @@
 
 namespace platform {
 
-// Reads the file into `data`. False when it cannot be opened (`data` unchanged). An
-// empty file returns true and leaves `data` as it was.
+// Reads the file into `data`. False when it cannot be opened (`data` unchanged), or the
+// path holds a NUL byte. An empty file returns true and leaves `data` as it was.
 bool ReadWholeFile(const std::string& path, std::vector<BYTE>& data);
 
 }  // namespace platform

@@ -5,14 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 
 #include "frame/platform/Paths.h"
 
 namespace platform {
 
 bool OverwriteExistingFile(const std::string& path, const std::string& data) {
+  if (!IsUsablePath(path)) return false;
   const std::string native = ToNativePath(path);
   struct stat before {};
   if (::stat(native.c_str(), &before) != 0 || !S_ISREG(before.st_mode)) return false;
@@ -38,20 +37,6 @@ bool OverwriteExistingFile(const std::string& path, const std::string& data) {
   }
   if (::close(file) != 0) ok = false;
   return ok;
-}
-
-bool IsInsideFolder(const std::string& folder, const std::string& path) {
-  std::error_code error;
-  const std::filesystem::path base = std::filesystem::canonical(ToNativePath(folder), error);
-  if (error) return false;
-  const std::filesystem::path target = std::filesystem::canonical(ToNativePath(path), error);
-  if (error) return false;
-  auto b = base.begin();
-  auto t = target.begin();
-  for (; b != base.end(); ++b, ++t) {
-    if (t == target.end() || *t != *b) return false;
-  }
-  return t != target.end();
 }
 
 }  // namespace platform

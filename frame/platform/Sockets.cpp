@@ -11,6 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <ctime>
@@ -168,15 +169,36 @@ void CloseWithoutWaiting(int socket) {
   close(socket);
 }
 
-std::uint16_t FindFreeTcpPort() {
+namespace {
+
+// Binds a fresh socket to `port` on 127.0.0.1 (0: the system's choice) and returns the
+// port it got, 0 when the bind failed.
+std::uint16_t ProbeTcpPort(std::uint16_t port) {
   const int probe = OpenTcpSocket();
   if (probe < 0) return 0;
   sockaddr_in address{};
-  MakeAddress("127.0.0.1", 0, address);
-  std::uint16_t port = 0;
-  if (bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) port = LocalPort(probe);
+  MakeAddress("127.0.0.1", port, address);
+  std::uint16_t bound = 0;
+  if (bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) bound = LocalPort(probe);
   close(probe);
-  return port;
+  return bound;
+}
+
+}  // namespace
+
+std::uint16_t FindFreeTcpPort() {
+  // 20000 to 32767 lies below Linux's default ephemeral range (32768 and up).
+  constexpr std::uint32_t kFirst = 20000;
+  constexpr std::uint32_t kCount = 12768;
+  static std::atomic<std::uint32_t> draw{static_cast<std::uint32_t>(
+      std::chrono::steady_clock::now().time_since_epoch().count() ^ (static_cast<std::uint64_t>(getpid()) << 16))};
+  for (int attempt = 0; attempt < 64; ++attempt) {
+    // A linear congruential step is random enough to spread the draws of parallel tests.
+    const std::uint32_t next = draw.fetch_add(0x9E3779B9u) * 1103515245u + 12345u;
+    const auto candidate = static_cast<std::uint16_t>(kFirst + (next >> 8) % kCount);
+    if (ProbeTcpPort(candidate) == candidate) return candidate;
+  }
+  return ProbeTcpPort(0);
 }
 
 int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long timeoutMicroseconds,

@@ -53,8 +53,10 @@ std::size_t UnsentBytes(int socket);
 // bytes for the peer is reset and the bytes are dropped; one that holds none is shut
 // down, drained and closed in the orderly way, the kernel finishing the close by itself.
 void CloseWithoutWaiting(int socket);
-// Reserves a TCP port on 127.0.0.1 that is free right now (for tests and demos): binds
-// port 0 and returns the number the system chose, 0 on failure. The socket is closed.
+// Finds a TCP port on 127.0.0.1 that is free right now (for tests and demos), 0 on
+// failure. It is drawn at random below the system's range of ephemeral ports, so that
+// neither outgoing connections nor another process asking at the same moment are likely
+// to take it before the caller listens on it; port 0's choice is the fallback.
 std::uint16_t FindFreeTcpPort();
 
 // One pass of the server loop: waits up to `timeoutMicroseconds` until the listening

@@ -13,179 +13,30 @@ with exit status 1. Every wait is bounded, and so is the whole run.
 
 import argparse
 import os
-import shutil
-import signal
-import socket
-import subprocess
 import sys
-import tempfile
-import threading
 import time
 
-try:
-    from selenium import webdriver
-    from selenium.common.exceptions import (NoSuchElementException, StaleElementReferenceException,
-                                            TimeoutException, WebDriverException)
-    from selenium.webdriver.chrome.options import Options
-    from selenium.webdriver.chrome.service import Service
-    from selenium.webdriver.common.by import By
-    from selenium.webdriver.support import expected_conditions
-    from selenium.webdriver.support.ui import Select, WebDriverWait
-except ImportError as error:  # pragma: no cover - told in one line
-    print(f"admin_browser_test: python3-selenium is missing ({error})", file=sys.stderr)
-    sys.exit(2)
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from browser_support import (WAIT, BrowserRun, StepFailed, main_of, port_open,  # noqa: E402
+                             wait_for_text, xpath_text)
+from selenium.webdriver.common.by import By  # noqa: E402
+from selenium.webdriver.support.ui import Select  # noqa: E402
 
-WAIT = 20  # seconds for any one thing to show
 WHOLE_RUN = 150  # seconds for everything
 MARKER = "Edited in the browser"
 
 
-class StepFailed(Exception):
-    pass
-
-
-def free_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-def copy_examples(examples, target, page_port):
-    shutil.copytree(os.path.join(examples, "site"), os.path.join(target, "site"))
-    if os.path.isdir(os.path.join(examples, "HTML")):
-        shutil.copytree(os.path.join(examples, "HTML"), os.path.join(target, "HTML"))
-    os.makedirs(os.path.join(target, "Config"))
-    with open(os.path.join(examples, "Config", "ZOLServer.ini"), encoding="utf-8", newline="") as source:
-        settings = source.read()
-    if "port=51000" not in settings:
-        raise StepFailed("the example settings name no TCP port 51000")
-    with open(os.path.join(target, "Config", "ZOLServer.ini"), "w", encoding="utf-8", newline="") as copy:
-        copy.write(settings.replace("port=51000", f"port={page_port}", 1))
-
-
-def wait_for_text(path, text, seconds):
-    deadline = time.monotonic() + seconds
-    while time.monotonic() < deadline:
-        try:
-            with open(path, encoding="utf-8", errors="replace") as log:
-                if text in log.read():
-                    return True
-        except FileNotFoundError:
-            pass
-        time.sleep(0.1)
-    return False
-
-
-def port_open(port):
-    try:
-        with socket.create_connection(("127.0.0.1", port), timeout=1):
-            return True
-    except OSError:
-        return False
-
-
-class Run:
-    def __init__(self, args, work):
-        self.args = args
-        self.work = work
-        self.step = 0
-        self.driver = None
-        self.page_port = free_port()
-        self.web_port = free_port()
-        while self.web_port == self.page_port:
-            self.web_port = free_port()
-        self.base = f"http://127.0.0.1:{self.web_port}"
-        self.processes = []
-
-    # ---- processes -------------------------------------------------------------------
+class Run(BrowserRun):
     def start_programs(self):
-        appdir = os.path.join(self.work, "app")
-        copy_examples(self.args.examples, appdir, self.page_port)
-        self.appdir = appdir
-        self.host_log = os.path.join(self.work, "zolhost.log")
-        host = subprocess.Popen(
-            [os.path.join(self.args.bin, "zolhost"), "--appdir", appdir, "--web", f"127.0.0.1:{self.web_port}",
-             "--race", os.path.join(self.args.examples, "race.json"), "--race-speed", "4", "--race-loop"],
-            stdout=subprocess.DEVNULL, stderr=open(self.host_log, "w"))
-        self.processes.append(host)
-        if not wait_for_text(self.host_log, "administration pages at", WAIT):
-            raise StepFailed("zolhost did not start its web server:\n" + open(self.host_log).read())
+        self.prepare_appdir()
+        self.start_host(os.path.join(self.args.examples, "race.json"))
 
     def start_client(self):
         self.received = os.path.join(self.work, "received")
         self.client_log = os.path.join(self.work, "zolclient.log")
-        client = subprocess.Popen(
+        self.start_background(
             [os.path.join(self.args.bin, "zolclient"), f"tcp://127.0.0.1:{self.page_port}", "--out", self.received,
-             "--timeout", str(WHOLE_RUN)],
-            stdout=subprocess.DEVNULL, stderr=open(self.client_log, "w"))
-        self.processes.append(client)
-
-    def stop_programs(self):
-        for process in reversed(self.processes):
-            if process.poll() is None:
-                process.send_signal(signal.SIGTERM)
-                try:
-                    process.wait(timeout=10)
-                except subprocess.TimeoutExpired:
-                    process.kill()
-                    process.wait(timeout=10)
-
-    # ---- browser ---------------------------------------------------------------------
-    def start_browser(self):
-        options = Options()
-        options.binary_location = "/usr/bin/chromium"
-        for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
-                         "--window-size=1280,1100", f"--user-data-dir={os.path.join(self.work, 'profile')}",
-                         "--no-first-run", "--disable-extensions"):
-            options.add_argument(argument)
-        service = Service("/usr/bin/chromedriver", log_path=os.path.join(self.work, "chromedriver.log"))
-        self.driver = webdriver.Chrome(service=service, options=options)
-        self.driver.set_page_load_timeout(WAIT)
-        self.driver.set_script_timeout(WAIT)
-
-    def shot(self, name):
-        self.step += 1
-        os.makedirs(self.args.screenshots, exist_ok=True)
-        path = os.path.join(self.args.screenshots, f"{self.step:02d}-{name}.png")
-        self.driver.save_screenshot(path)
-        print(f"step {self.step:02d} {name}: ok ({path})", flush=True)
-
-    def wait(self, condition, what):
-        try:
-            return WebDriverWait(self.driver, WAIT, ignored_exceptions=(
-                NoSuchElementException, StaleElementReferenceException)).until(condition)
-        except TimeoutException:
-            self.step += 1
-            path = os.path.join(self.args.screenshots, f"{self.step:02d}-FAILED.png")
-            os.makedirs(self.args.screenshots, exist_ok=True)
-            self.driver.save_screenshot(path)
-            raise StepFailed(f"{what} (screenshot {path}; at {self.driver.current_url})") from None
-
-    def element(self, by, value, what):
-        return self.wait(expected_conditions.presence_of_element_located((by, value)), what)
-
-    def visible(self, by, value, what):
-        return self.wait(expected_conditions.visibility_of_element_located((by, value)), what)
-
-    def accept_confirm(self, what):
-        alert = self.wait(expected_conditions.alert_is_present(), f"no confirmation asked: {what}")
-        alert.accept()
-
-    def new_page(self, action, what):
-        """Runs `action` (a click that leaves the page) and waits until the page is gone."""
-        old = self.driver.find_element(By.TAG_NAME, "html")
-        action()
-        self.wait(expected_conditions.staleness_of(old), f"the browser stayed on the page: {what}")
-
-    def open(self, path):
-        self.driver.get(self.base + path)
-
-    def port_ids(self):
-        links = self.driver.find_elements(By.XPATH, "//a[starts-with(@href, 'deleteport.html?ID=')]")
-        return [link.get_attribute("href").split("ID=")[1] for link in links]
-
-    def main_page_loaded(self):
-        self.element(By.XPATH, "//h1[contains(., 'Welcome to the ZOL server')]", "the main page did not show")
+             "--timeout", str(WHOLE_RUN)], "zolclient.log")
 
     # ---- the steps -------------------------------------------------------------------
     def run(self):
@@ -254,7 +105,7 @@ class Run:
         new_id = [i for i in self.port_ids() if i != port_id][0]
         self.shot("port-added")
 
-        delete = driver.find_element(By.XPATH, f"//a[@href='deleteport.html?ID={new_id}']")
+        delete = self.delete_button(new_id)
         self.new_page(lambda: (delete.click(), self.accept_confirm("Delete")), "Delete")
         self.main_page_loaded()
         self.wait(lambda d: self.port_ids() == [port_id], "the deleted port is still listed")
@@ -325,68 +176,13 @@ class Run:
         self.shot("client-received-new-text")
 
 
-def xpath_text(text):
-    if "'" not in text:
-        return f"'{text}'"
-    return "concat('" + text.replace("'", "', \"'\", '") + "')"
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--bin", required=True, help="folder of zolhost and zolclient")
     parser.add_argument("--examples", required=True, help="the examples folder")
     parser.add_argument("--screenshots", required=True, help="folder for the screenshots of the steps")
     args = parser.parse_args()
-    for program in ("zolhost", "zolclient"):
-        if not os.access(os.path.join(args.bin, program), os.X_OK):
-            print(f"admin_browser_test: no {program} in {args.bin}", file=sys.stderr)
-            return 2
-    shutil.rmtree(args.screenshots, ignore_errors=True)
-
-    started = time.monotonic()
-    work = tempfile.mkdtemp(prefix="zol-browser-")
-    run = Run(args, work)
-    # The whole run is bounded: past the limit the programs are stopped, which ends
-    # every wait of the browser.
-    expired = threading.Event()
-
-    def expire():
-        expired.set()
-        run.stop_programs()
-        if run.driver is not None:
-            try:
-                run.driver.quit()
-            except Exception:  # noqa: BLE001 - the run is over either way
-                pass
-
-    timer = threading.Timer(WHOLE_RUN, expire)
-    timer.daemon = True
-    timer.start()
-    status = 0
-    try:
-        run.run()
-    except (StepFailed, WebDriverException, OSError) as error:
-        status = 1
-        reason = "the run took longer than %d s" % WHOLE_RUN if expired.is_set() else str(error)
-        print(f"admin_browser_test: FAILED: {reason}", file=sys.stderr)
-        try:
-            print(open(run.host_log).read()[-3000:], file=sys.stderr)
-        except (AttributeError, OSError):
-            pass
-    finally:
-        timer.cancel()
-        if run.driver is not None and not expired.is_set():
-            try:
-                run.driver.quit()
-            except WebDriverException:
-                pass
-        run.stop_programs()
-        if status == 0:
-            shutil.rmtree(work, ignore_errors=True)
-        else:
-            print(f"admin_browser_test: logs kept in {work}", file=sys.stderr)
-    print(f"admin_browser_test: {'passed' if status == 0 else 'failed'} in {time.monotonic() - started:.1f} s")
-    return status
+    return main_of(Run, args, WHOLE_RUN, "admin_browser_test")
 
 
 if __name__ == "__main__":
