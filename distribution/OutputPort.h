@@ -38,6 +38,8 @@ class CZOLOutputPort {
   virtual void ClearAllPackets(DWORD siteNumber);
   // The port's row in the overview of stream clients.
   virtual std::string GetStatisticsAsHTML();
+  // What the first cell of that row names: the port's type, or a client's address.
+  virtual std::string GetConnectionName() const { return TypeName; }
   // Bits per second over the last ten calls; called once a second.
   virtual void DetermineDataRate();
   // The fields of the port's own settings in its editor on the main page.

@@ -53,7 +53,7 @@ std::string CZOLOutputPort::GetStatisticsAsHTML() {
   return Guarded("CZOLOutputPort::GetStatisticsAsHTML()", [&] {
     // Everything sent since the counters were cleared, this second's bytes included.
     const long long sent = TotalBytes + SentBytes.load();
-    std::string html = "<TR><TD>" + HtmlText(TypeName) + "</TD>";
+    std::string html = "<TR><TD>" + HtmlText(GetConnectionName()) + "</TD>";
     html += HTMLFormat("<TD>%dk</TD>", QueuedBytes.load() / 1000);
     html += HTMLFormat("<TD>%dk</TD>", static_cast<int>(sent / 1000));
     html += HTMLFormat("<TD>%d (%0.2lf KB/sec)</TD>", static_cast<int>(DataRate), DataRate / 8.0 / 1024.0);
@@ -133,19 +133,6 @@ std::string CZOLOutputPort::GetPortAsHTML(const CKVTHttpRequest& request) {
 }
 
 // ---- TCP ----------------------------------------------------------------------------
-
-std::string CZOLTCPIPSocket::GetStatisticsAsHTML() {
-  return Guarded("CZOLTCPIPSocket::GetStatisticsAsHTML()", [&] {
-    const long long sent = TotalBytes + SentBytes.load();
-    std::string html = "<TR><TD>" + HtmlText("Client " + GetPeerText()) + "</TD>";
-    html += HTMLFormat("<TD>%dk</TD>", QueuedBytes.load() / 1000);
-    html += HTMLFormat("<TD>%dk</TD>", static_cast<int>(sent / 1000));
-    html += HTMLFormat("<TD>%d (%0.2lf KB/sec)</TD>", static_cast<int>(DataRate), DataRate / 8.0 / 1024.0);
-    html += Handle == -1 ? std::string("<TD>-</TD>") : HTMLFormat("<TD>0x%04X</TD>", static_cast<unsigned>(Handle));
-    html += "</TR>\n";
-    return html;
-  });
-}
 
 std::string CZOLTCPIPServer::GetStatisticsAsHTML() {
   return Guarded("CZOLTCPIPServer::GetStatisticsAsHTML()", [&] {

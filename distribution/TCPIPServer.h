@@ -22,8 +22,8 @@ class CZOLTCPIPSocket : public CZOLOutputPort {
   void SaveSettings(CIniFile& ini, const std::string& section) override;
   void Start() override {}
   void SendPacket(const BYTE* packet) override;
-  // The client's row: its address and port, bytes queued and sent, rate and handle.
-  std::string GetStatisticsAsHTML() override;
+  // A client's row in the overview of stream clients names its address and port.
+  std::string GetConnectionName() const override { return "Client " + GetPeerText(); }
 
   // Sends queued packets while the socket takes data.
   void Write();

@@ -48,16 +48,6 @@ bool DecodeBase64(const std::string& text, std::string& decoded) {
   return true;
 }
 
-// Compares without stopping at the first difference.
-bool EqualInConstantTime(const std::string& a, const std::string& b) {
-  if (a.size() != b.size()) return false;
-  unsigned difference = 0;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    difference |= static_cast<unsigned>(static_cast<unsigned char>(a[i]) ^ static_cast<unsigned char>(b[i]));
-  }
-  return difference == 0;
-}
-
 }  // namespace
 
 bool CWebAccess::ParseCredentials(const std::string& fileText, WebCredentials& credentials, std::string& error) {
@@ -71,6 +61,15 @@ bool CWebAccess::ParseCredentials(const std::string& fileText, WebCredentials& c
   credentials.User = line.substr(0, colon);
   credentials.Password = line.substr(colon + 1);
   return true;
+}
+
+bool CWebAccess::EqualInConstantTime(const std::string& a, const std::string& b) {
+  if (a.size() != b.size()) return false;
+  unsigned difference = 0;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    difference |= static_cast<unsigned>(static_cast<unsigned char>(a[i]) ^ static_cast<unsigned char>(b[i]));
+  }
+  return difference == 0;
 }
 
 bool CWebAccess::Authorized(const std::string& authorization, const WebCredentials& credentials) {

@@ -18,6 +18,9 @@ class CWebAccess {
   static bool ParseCredentials(const std::string& fileText, WebCredentials& credentials, std::string& error);
   // True when an "Authorization" header value gives exactly these credentials.
   static bool Authorized(const std::string& authorization, const WebCredentials& credentials);
+  // Compares without stopping at the first difference, so that the time of a refusal does
+  // not tell how much of a secret was right.
+  static bool EqualInConstantTime(const std::string& a, const std::string& b);
 
   // "scheme://host[:port]" of a URL, lower case; empty when the text is no absolute URL.
   static std::string OriginOf(const std::string& url);

@@ -1,4 +1,5 @@
 #include "host/WebFrame.h"
+#include "web/HTMLText.h"
 
 #include <cstdint>
 
@@ -105,29 +106,13 @@ std::string BuildFolderGif() {
 
 }  // namespace
 
-std::string EscapeHTML(const std::string& text) {
-  std::string escaped;
-  escaped.reserve(text.size());
-  for (char c : text) {
-    switch (c) {
-      case '&': escaped += "&amp;"; break;
-      case '<': escaped += "&lt;"; break;
-      case '>': escaped += "&gt;"; break;
-      case '"': escaped += "&quot;"; break;
-      case '\'': escaped += "&#39;"; break;
-      default: escaped += c;
-    }
-  }
-  return escaped;
-}
-
 std::string CWebFrame::Menu(const std::vector<WebModuleRegistration>& modules) {
   std::string menu = "<DIV class='Menu'>\n";
   for (const WebModuleRegistration& module : modules) {
-    menu += "<DIV class='MenuModule'><A HREF='" + EscapeHTML(ModuleLink(module, module.HomePage)) + "'>" +
-            EscapeHTML(module.Title) + "</A></DIV>\n<UL>\n";
+    menu += "<DIV class='MenuModule'><A HREF='" + HtmlText(ModuleLink(module, module.HomePage)) + "'>" +
+            HtmlText(module.Title) + "</A></DIV>\n<UL>\n";
     for (const auto& [path, title] : module.MenuPages) {
-      menu += "<LI><A HREF='" + EscapeHTML(ModuleLink(module, path)) + "'>" + EscapeHTML(title) + "</A></LI>\n";
+      menu += "<LI><A HREF='" + HtmlText(ModuleLink(module, path)) + "'>" + HtmlText(title) + "</A></LI>\n";
     }
     menu += "</UL>\n";
   }
@@ -139,7 +124,7 @@ std::string CWebFrame::Document(const std::vector<WebModuleRegistration>& module
   std::string title = modules.empty() ? std::string("Administration") : modules.front().Title;
   std::string html = "<!DOCTYPE HTML>\n<HTML>\n<HEAD>\n";
   html += "\t<meta charset='utf-8'>\n";
-  html += "\t<TITLE>" + EscapeHTML(title) + "</TITLE>\n";
+  html += "\t<TITLE>" + HtmlText(title) + "</TITLE>\n";
   html += std::string("\t<LINK rel='stylesheet' type='text/css' href='") + kStyleSheetPath + "'>\n";
   html += std::string("\t<LINK rel='icon' type='image/svg+xml' href='") + kIconPath + "'>\n";
   if (!content.HeadText.empty()) html += content.HeadText + "\n";
@@ -153,7 +138,7 @@ std::string CWebFrame::Document(const std::vector<WebModuleRegistration>& module
   html += "<TD class='FrameMenu' valign='top'>\n" + Menu(modules) + "</TD>\n";
   html += "<TD class='FrameMain' valign='top'>\n";
   if (!content.PrintLink.empty()) {
-    html += "<DIV class='PrintLink'><A HREF='" + EscapeHTML(content.PrintLink) + "' target='_blank'>Print</A></DIV>\n";
+    html += "<DIV class='PrintLink'><A HREF='" + HtmlText(content.PrintLink) + "' target='_blank'>Print</A></DIV>\n";
   }
   html += content.Body;
   html += "\n<P class='FrameNote'>" + std::string(kNote) + "</P>\n";

@@ -48,5 +48,3 @@ class CWebFrame {
   static const std::string& Icon();
 };
 
-// Text made safe to stand in HTML text and in quoted attribute values.
-std::string EscapeHTML(const std::string& text);

@@ -1,10 +1,6 @@
 #include "host/WebServer.h"
 
 #include <microhttpd.h>
-#include <netinet/in.h>
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -17,6 +13,7 @@
 #include "frame/BaseModule.h"
 #include "frame/KVTException.h"
 #include "frame/platform/RandomBytes.h"
+#include "frame/platform/Sockets.h"
 #include "host/ModuleHost.h"
 #include "web/WebPage.h"
 
@@ -33,21 +30,14 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
+// Connections the kernel holds for the event loop to accept.
+constexpr int kListenBacklog = 1024;
+
 bool IsRedirect(int status) { return status >= 300 && status < 400; }
 
 std::string Lower(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return text;
-}
-
-// Compares without stopping at the first difference.
-bool EqualInConstantTime(const std::string& a, const std::string& b) {
-  if (a.size() != b.size()) return false;
-  unsigned difference = 0;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    difference |= static_cast<unsigned>(static_cast<unsigned char>(a[i]) ^ static_cast<unsigned char>(b[i]));
-  }
-  return difference == 0;
 }
 
 std::string HeaderOf(MHD_Connection* connection, const char* name) {
@@ -307,15 +297,8 @@ bool CWebServer::Bind(std::string& error) {
   }
   // The socket is taken here, so that a port in use is told apart from a certificate
   // that cannot be used.
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(Settings.Port);
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  const int on = 1;
-  if (fd < 0 || ::inet_pton(AF_INET, Settings.Address.c_str(), &address.sin_addr) != 1 ||
-      ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-      ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(fd, SOMAXCONN) != 0) {
-    if (fd >= 0) ::close(fd);
+  const int fd = platform::OpenTcpListener(Settings.Address, Settings.Port, kListenBacklog);
+  if (fd < 0) {
     error = "web server cannot listen on " + where + " (the port is taken, or the address is not one of this machine)";
     return false;
   }
@@ -340,7 +323,7 @@ bool CWebServer::Bind(std::string& error) {
   Daemon = MHD_start_daemon(flags, 0, nullptr, nullptr, &WebServerCallbacks::OnRequest, this, MHD_OPTION_ARRAY,
                             options.data(), MHD_OPTION_END);
   if (Daemon == nullptr) {
-    ::close(fd);
+    platform::CloseSocket(fd);
     error = Secure() ? "web server: the certificate (--web-cert) and key (--web-key) cannot be used together: "
                        "not PEM, damaged, or not a pair"
                      : "web server cannot start on " + where;
@@ -367,7 +350,7 @@ void CWebServer::Stop() {
   MHD_stop_daemon(Daemon);
   Daemon = nullptr;
   // The library closes the socket it was given only when asked to; it is ours.
-  if (ListenSocket >= 0) ::close(ListenSocket);
+  if (ListenSocket >= 0) platform::CloseSocket(ListenSocket);
   ListenSocket = -1;
 }
 
@@ -466,6 +449,11 @@ bool CWebServer::ServeOwnFile(const std::string& path, Answer& answer) const {
   return true;
 }
 
+bool CWebServer::CarriesToken(const std::string& formBody) const {
+  const std::string sent = CWebAccess::ParsePairs(formBody, false)[CKVTHttpRequest::kFormTokenField];
+  return CWebAccess::EqualInConstantTime(CWebAccess::Decode(sent, true), Token);
+}
+
 bool CWebServer::Respond(MHD_Connection* connection, Request& request) {
   Answer answer;
   const std::string host = HeaderOf(connection, "Host");
@@ -487,9 +475,7 @@ bool CWebServer::Respond(MHD_Connection* connection, Request& request) {
   } else if (request.Post && !CWebAccess::SameOrigin(HeaderOf(connection, "Origin"), HeaderOf(connection, "Referer"),
                                                       host, Secure() ? "https" : "http")) {
     answer.Text(403, "403: a form sent from another site is refused.");
-  } else if (request.Post &&
-             !EqualInConstantTime(CWebAccess::Decode(CWebAccess::ParsePairs(request.Body, false)[CKVTHttpRequest::kFormTokenField], true),
-                                  Token)) {
+  } else if (request.Post && !CarriesToken(request.Body)) {
     answer.Text(403, "403: the form does not carry this server's token; open the page again and send it from there.");
   } else if (!request.Post && ServeOwnFile(path, answer)) {
     // The web server's own file.

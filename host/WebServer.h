@@ -126,6 +126,8 @@ class CWebServer {
   // The module's answer (or its failure) as the HTTP answer.
   void ModuleAnswer(PendingCall& call, const std::string& pageLink, Answer& answer) const;
   bool ServeOwnFile(const std::string& path, Answer& answer) const;
+  // True when the form body's anti-forgery field is this run's token.
+  bool CarriesToken(const std::string& formBody) const;
   void Send(MHD_Connection* connection, const Request& request, const Answer& answer) const;
 
   CModuleHost& Host;

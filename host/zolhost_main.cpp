@@ -1,5 +1,4 @@
 // zolhost: runs the ZOL Server module on its own, as the installation's host would.
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -20,22 +19,6 @@
 #include "host/ModuleHost.h"
 #include "host/WebServer.h"
 
-namespace {
-
-// A hook for the tests that drive the pages over HTTP: with ZOLHOST_FORM_TOKEN_FILE set,
-// the form token is written there (readable by the owner only).
-void WriteFormTokenForTests(const std::string& token) {
-  const char* file = std::getenv("ZOLHOST_FORM_TOKEN_FILE");
-  if (file == nullptr || *file == '\0') return;
-  const mode_t previous = ::umask(077);
-  if (std::FILE* out = std::fopen(file, "w")) {
-    std::fputs(token.c_str(), out);
-    std::fclose(out);
-  }
-  ::umask(previous);
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
   platform::BlockTerminationSignals();
@@ -136,7 +119,6 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "zolhost: %s; going on without the administration pages (see --web)\n", error.c_str());
     } else {
       host.AddPeer(web->MakePeer(platform::LocalIPv4Address()));
-      WriteFormTokenForTests(web->FormToken());
     }
   }
 

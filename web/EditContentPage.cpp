@@ -1,6 +1,5 @@
 #include "web/EditContentPage.h"
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,6 +12,7 @@
 #include "site/ZOLServerPage.h"
 #include "site/ZOLServerSite.h"
 #include "views/RMComm.h"
+#include "web/EditorText.h"
 #include "web/HTMLText.h"
 #include "web/ServerPages.h"
 
@@ -65,93 +65,6 @@ COutputPage* FindSitePage(const CZOLServerSite* site, const std::string& path, c
 // Larger files are not put into a form: sent back, a file of this size stays below the
 // web server's limit on a request body even when every byte comes back as %0D%0A.
 constexpr std::size_t kMostEditableBytes = 128 * 1024;
-
-// True for text the browser gives back unchanged: UTF-8 without NUL bytes (a browser
-// puts U+FFFD in place of a NUL and of every byte that is no UTF-8).
-bool IsUtf8Text(const std::string& text) {
-  std::size_t i = 0;
-  while (i < text.size()) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    std::size_t length = 0;
-    std::uint32_t code = 0;
-    if (lead == 0) return false;
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    if (lead >= 0xC2 && lead <= 0xDF) {
-      length = 2;
-      code = lead & 0x1F;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-      length = 3;
-      code = lead & 0x0F;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-      length = 4;
-      code = lead & 0x07;
-    } else {
-      return false;
-    }
-    if (i + length > text.size()) return false;
-    for (std::size_t k = 1; k < length; ++k) {
-      const auto next = static_cast<unsigned char>(text[i + k]);
-      if ((next & 0xC0) != 0x80) return false;
-      code = (code << 6) | (next & 0x3F);
-    }
-    // Overlong forms, UTF-16 surrogates and code points above U+10FFFF are no UTF-8.
-    if ((length == 3 && code < 0x800) || (length == 4 && (code < 0x10000 || code > 0x10FFFF)) ||
-        (code >= 0xD800 && code <= 0xDFFF)) {
-      return false;
-    }
-    i += length;
-  }
-  return true;
-}
-
-struct LineEnds {
-  std::size_t Lf = 0;    // "\n" alone
-  std::size_t CrLf = 0;  // "\r\n"
-  std::size_t Cr = 0;    // "\r" alone
-  // False when a save cannot give the file its line ends back: LF and CRLF mixed, or a
-  // CR alone, which browsers turn into a line end of their own.
-  bool KeptBySave() const { return Cr == 0 && (Lf == 0 || CrLf == 0); }
-  // What a save writes: the file's own line end, or for a mixed file the more frequent
-  // of LF and CRLF (LF on a tie).
-  const char* SavedAs() const { return CrLf > Lf ? "crlf" : "lf"; }
-};
-
-LineEnds CountLineEnds(const std::string& text) {
-  LineEnds counts;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\r') {
-      if (i + 1 < text.size() && text[i + 1] == '\n') {
-        ++counts.CrLf;
-        ++i;
-      } else {
-        ++counts.Cr;
-      }
-    } else if (text[i] == '\n') {
-      ++counts.Lf;
-    }
-  }
-  return counts;
-}
-
-// Every line end of `text` (CRLF, LF or CR alone) becomes `lineEnd`.
-std::string WithLineEnds(const std::string& text, const std::string& lineEnd) {
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\r') {
-      if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
-      out += lineEnd;
-    } else if (text[i] == '\n') {
-      out += lineEnd;
-    } else {
-      out += text[i];
-    }
-  }
-  return out;
-}
 
 }  // namespace
 

@@ -238,6 +238,16 @@ bool BindAddress(int socket, const std::string& address, std::uint16_t port) {
   return bind(socket, reinterpret_cast<sockaddr*>(&local), sizeof local) == 0;
 }
 
+int OpenTcpListener(const std::string& address, std::uint16_t port, int backlog) {
+  const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (listener < 0) return kNoSocket;
+  if (!SetReuseAddress(listener, true) || !BindAddress(listener, address, port) || !Listen(listener, backlog)) {
+    close(listener);
+    return kNoSocket;
+  }
+  return listener;
+}
+
 int AcceptConnectionFrom(int listenSocket, std::uint32_t& peerAddress, std::uint16_t& peerPort) {
   sockaddr_in address{};
   socklen_t length = sizeof address;

@@ -71,6 +71,9 @@ int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long
 bool SetReuseAddress(int socket, bool on);
 // Binds to the IPv4 address `address` (dotted text) at `port` (0: the system picks one).
 bool BindAddress(int socket, const std::string& address, std::uint16_t port);
+// A TCP socket that listens on the IPv4 `address` and `port`, non-blocking and with
+// address reuse, for a server whose own loop accepts; -1 when any step fails.
+int OpenTcpListener(const std::string& address, std::uint16_t port, int backlog);
 // Accepts one connection; the peer's IPv4 address in network byte order and its port.
 // -1 on failure.
 int AcceptConnectionFrom(int listenSocket, std::uint32_t& peerAddress, std::uint16_t& peerPort);
