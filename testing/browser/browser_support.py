@@ -177,7 +177,20 @@ class BrowserRun:
         """Runs `action` (a click that leaves the page) and waits until the page is gone."""
         old = self.driver.find_element(By.TAG_NAME, "html")
         action()
-        self.wait(expected_conditions.staleness_of(old), f"the browser stayed on the page: {what}")
+
+        def left(_driver):
+            try:
+                old.is_enabled()
+                return False
+            except StaleElementReferenceException:
+                return True
+            except WebDriverException as error:
+                # While the old document goes, the driver may say so in its own words.
+                if "does not belong to the document" in str(error):
+                    return True
+                raise
+
+        self.wait(left, f"the browser stayed on the page: {what}")
 
     def open(self, path):
         self.driver.get(self.base + path)
