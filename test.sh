@@ -107,8 +107,10 @@ build build-tsan -DZOL_SANITIZE=thread -DZOL_BUILD_BENCH=OFF "-DZOL_TEST_MATCHIN
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/testing/tsan-suppressions.txt \
   run_ctest build-tsan -R "$threaded" -E 'SiteEndToEnd.LateClient' || status=1
 
-# Seconds each fuzz target runs; scripts/fuzz.sh runs one longer.
+# Seconds each fuzz target runs; scripts/fuzz.sh runs one longer. One input that takes
+# longer than fuzz_input_seconds is a hang, and fails the run at once.
 fuzz_seconds=15
+fuzz_input_seconds=10
 if [ -n "$fuzz_build_pid" ]; then
   stage "finish build-fuzz"
   echo "== waiting for the fuzz targets' build (at $(elapsed))"
@@ -138,7 +140,7 @@ if [ -n "$fuzz_build_pid" ]; then
       kept_count=$(ls "testing/fuzz-corpus/$name" | wc -l)
     fi
     echo "== fuzzing $name for $fuzz_seconds seconds ($(ls "$corpus" | wc -l) seeds, $kept_count kept inputs)"
-    if ASAN_OPTIONS=detect_leaks=1 "build-fuzz/bin/$name" -max_total_time=$fuzz_seconds -rss_limit_mb=2048 \
+    if ASAN_OPTIONS=detect_leaks=1 "build-fuzz/bin/$name" -max_total_time=$fuzz_seconds -timeout=$fuzz_input_seconds -rss_limit_mb=2048 \
         -print_final_stats=0 "$corpus" "${kept[@]}" >"$log" 2>&1; then
       passed=$((passed + 1))
       tail -n 2 "$log"

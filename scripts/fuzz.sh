@@ -47,12 +47,12 @@ fi
 before=$(ls "$kept" | wc -l)
 echo "== fuzzing $target for $minutes minute(s) from $before kept input(s) and $(ls "$work/found" | wc -l) seed(s)"
 status=0
-ASAN_OPTIONS=detect_leaks=1 "$program" -max_total_time=$((minutes * 60)) -rss_limit_mb=2048 \
+ASAN_OPTIONS=detect_leaks=1 "$program" -max_total_time=$((minutes * 60)) -timeout=10 -rss_limit_mb=2048 \
   -print_final_stats=1 "-artifact_prefix=$folder/$target-" "$work/found" "$kept" || status=$?
 
 # What was found is merged in even after a crash; the crashing input itself stays out.
 echo "== minimising into $kept"
-"$program" -merge=1 -rss_limit_mb=2048 "$work/merged" "$kept" "$work/found" >"$work/merge.log" 2>&1 || {
+"$program" -merge=1 -timeout=10 -rss_limit_mb=2048 "$work/merged" "$kept" "$work/found" >"$work/merge.log" 2>&1 || {
   tail -n 20 "$work/merge.log" >&2
   exit 1
 }
