@@ -165,7 +165,14 @@ void CCompetitorContainer::OnRemoveCompetitors(CModuleMessage& message) {
       if (found != Competitors.end() && named.insert(id).second) Removed.push_back(found->second);
     }
     UpdateTransponderMap();
-    Owner->RemoveCompetitors();
+    try {
+      Owner->RemoveCompetitors();
+    } catch (...) {
+      // The removal did not happen: the competitors stay, and the list must not carry
+      // them into the next removal, which would take them a second time.
+      Removed.clear();
+      throw;
+    }
     for (CBaseCompetitor* competitor : Removed) {
       auto found = Competitors.find(competitor->UniqueID);
       if (found != Competitors.end() && found->second == competitor) {

@@ -239,3 +239,43 @@ TEST(Competitors, LabelsAreKeptOnlyWhenNotEmptyUnderTheRawValue) {
   EXPECT_EQ(decoded.TransponderLabels, (std::map<DWORD, std::string>{{0x20000005, "helmet"}}));
   EXPECT_EQ(decoded.Transponders, (std::vector<DWORD>{0x20000005, 6}));
 }
+
+// A removal whose notice failed keeps its competitors and leaves nothing on the list of
+// removed ones, so that the next removal of the same competitor frees it once.
+TEST(Competitors, RemoveWhoseNoticeFailedLeavesNothingForTheNextRemove) {
+  struct CFailingNotice : CCompetitorsObserver {
+    void OnSubjectNotify(BYTE kind, CCompetitorsSubject*) override {
+      if (kind != 3 || !Fail) return;
+      Fail = false;
+      throw new CKVTException("notice", "the observer failed");
+    }
+    bool Fail = true;
+  };
+  CLiveLink link;
+  CFailingNotice failing;
+  CBaseDataComm model;
+  auto* run = new CRun(nullptr);
+  run->UniqueID = 0x40000001;
+  run->Competitors->Competitors[1] = NewCompetitor(1, {11});
+  run->Competitors->Competitors[2] = NewCompetitor(2, {22});
+  model.Runs[run->UniqueID] = run;
+  link.Apply(DataEncoder::Snapshot(model));
+  CRun* stored = link.Store().FindRun(0x40000001);
+  CRemovedLog log(*stored->Competitors);
+  log.Attach(static_cast<CCompetitorsSubject*>(stored));
+  failing.Attach(static_cast<CCompetitorsSubject*>(stored));
+  try {
+    link.Apply(DataEncoder::RemoveCompetitors(0x40000001, {1}));
+    ADD_FAILURE() << "the failed notice did not reach the caller";
+  } catch (CKVTException* e) {
+    delete e;
+  }
+  ASSERT_TRUE(stored->Competitors->Removed.empty());
+  ASSERT_EQ(stored->Competitors->Competitors.size(), 2u);
+  log.RemovedIDs.clear();
+  link.Apply(DataEncoder::RemoveCompetitors(0x40000001, {1}));
+  EXPECT_EQ(log.RemovedIDs, (std::vector<DWORD>{1}));
+  ASSERT_EQ(stored->Competitors->Competitors.size(), 1u);
+  EXPECT_EQ(stored->Competitors->Competitors.begin()->first, 2u);
+  EXPECT_TRUE(stored->Competitors->Removed.empty());
+}

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <unordered_set>
 
 #include "data/BaseDataComm.h"
 #include "data/Event.h"
@@ -259,18 +260,26 @@ void CMerge::OnRemoveMergeRows(CModuleMessage& message) {
   Guarded("CMerge::OnRemoveMergeRows()", [&] {
     int count = 0;
     message >> count;
+    // A key named twice is removed once; the check stays cheap however long the list.
+    std::unordered_set<DWORD> named;
     for (int i = 0; i < count; ++i) {
       DWORD key = 0;
       message >> key;
       auto found = Rows.find(key);
-      if (found != Rows.end() && std::find(RemovedRows.begin(), RemovedRows.end(), found->second) == RemovedRows.end()) {
-        RemovedRows.push_back(found->second);
-      }
+      if (found != Rows.end() && named.insert(key).second) RemovedRows.push_back(found->second);
     }
-    OnRemoveMergeRows();
-    MergeRowsNotify(3);
+    try {
+      OnRemoveMergeRows();
+      MergeRowsNotify(3);
+    } catch (...) {
+      // The removal did not happen: the rows stay, and the list must not carry them into
+      // the next removal.
+      RemovedRows.clear();
+      throw;
+    }
+    const std::unordered_set<const CBaseMergeRow*> removed(RemovedRows.begin(), RemovedRows.end());
+    std::erase_if(RowList, [&](const CBaseMergeRow* row) { return removed.count(row) != 0; });
     for (CBaseMergeRow* row : RemovedRows) {
-      RowList.erase(std::find(RowList.begin(), RowList.end(), row));
       Rows.erase(row->UniqueID);
       delete row;
     }

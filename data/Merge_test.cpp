@@ -113,3 +113,49 @@ TEST_F(Merges, ModifyOfRowsStopsAtAnUnknownKeyAndTellsNobody) {
   EXPECT_EQ(Merge()->Rows.at(4)->MainCell->Number, "b");
   EXPECT_EQ(Merge()->Rows.count(9), 0u);
 }
+
+TEST_F(Merges, RemoveNamingTheSameRowSeveralTimesRemovesAndReportsItOnce) {
+  auto four = Row(4, "44");
+  auto five = Row(5, "55");
+  auto six = Row(6, "66");
+  link.Apply(DataEncoder::AddMergeRows(0x20000001, {four.get(), five.get(), six.get()}));
+  link.Apply(DataEncoder::RemoveMergeRows(0x20000001, {4, 4, 9, 5, 4, 5}));
+  EXPECT_EQ(rows.RemovedNumbers, (std::vector<std::string>{"44", "55"}));
+  ASSERT_EQ(Merge()->Rows.size(), 1u);
+  EXPECT_EQ(Merge()->Rows.begin()->first, 6u);
+  ASSERT_EQ(Merge()->RowList.size(), 1u);
+  EXPECT_EQ(Merge()->RowList.front()->MainCell->Number, "66");
+  EXPECT_TRUE(Merge()->RemovedRows.empty());
+}
+
+// A removal whose notice failed keeps its rows and leaves nothing on the list of removed
+// rows: the next removal takes only the rows it names.
+TEST_F(Merges, RemoveWhoseNoticeFailedLeavesNothingForTheNextRemove) {
+  struct CFailingNotice : CMergeRowsObserver {
+    void OnSubjectNotify(BYTE kind, CMergeRowsSubject*) override {
+      if (kind != 3 || !Fail) return;
+      Fail = false;
+      throw new CKVTException("notice", "the observer failed");
+    }
+    bool Fail = true;
+  } failing;
+  auto four = Row(4, "44");
+  auto five = Row(5, "55");
+  link.Apply(DataEncoder::AddMergeRows(0x20000001, {four.get(), five.get()}));
+  failing.Attach(static_cast<CMergeRowsSubject*>(Merge()));
+  try {
+    link.Apply(DataEncoder::RemoveMergeRows(0x20000001, {4}));
+    ADD_FAILURE() << "the failed notice did not reach the caller";
+  } catch (CKVTException* e) {
+    delete e;
+  }
+  ASSERT_TRUE(Merge()->RemovedRows.empty());
+  ASSERT_EQ(Merge()->Rows.size(), 2u);
+  rows.RemovedNumbers.clear();
+  link.Apply(DataEncoder::RemoveMergeRows(0x20000001, {5}));
+  EXPECT_EQ(rows.RemovedNumbers, (std::vector<std::string>{"55"}));
+  ASSERT_EQ(Merge()->Rows.size(), 1u);
+  EXPECT_EQ(Merge()->Rows.begin()->first, 4u);
+  EXPECT_EQ(Merge()->RowList.size(), 1u);
+  failing.Detach(static_cast<CMergeRowsSubject*>(Merge()));
+}

@@ -75,7 +75,14 @@ void CAnnouncementContainer::OnRemoveAnnouncement(CModuleMessage& message) {
     auto found = Announcements.find(key);
     if (found == Announcements.end()) return;
     Removed.push_back(found->second);
-    Owner->RemoveAnnouncement();
+    try {
+      Owner->RemoveAnnouncement();
+    } catch (...) {
+      // The removal did not happen: the record stays, and the list must not carry it into
+      // the next removal, which would free it a second time.
+      Removed.clear();
+      throw;
+    }
     for (CBaseAnnouncement* record : Removed) {
       Announcements.erase(record->UniqueID);
       delete record;

@@ -160,3 +160,46 @@ TEST(SideRecords, AnnouncementAddUnderAKnownKeyKeepsTheOldRecordAlive) {
   EXPECT_EQ(container.Announcements[4]->Text, "second");
   EXPECT_EQ(old->Text, "first");
 }
+
+// A removal whose notice failed leaves the record where it was and nothing on the list of
+// removed ones, so that a later removal of the same record takes it once.
+TEST(SideRecords, AnnouncementRemoveWhoseNoticeFailedLeavesNothingForTheNextRemove) {
+  struct COwner : CAnnouncementOwner {
+    void AddAnnouncement() override {}
+    void ModifyAnnouncement() override {}
+    void RemoveAnnouncement() override {
+      ++Removes;
+      if (Fail) {
+        Fail = false;
+        throw new CKVTException("notice", "the observer failed");
+      }
+    }
+    bool Fail = true;
+    int Removes = 0;
+  } owner;
+  CAnnouncementContainer container(nullptr, &owner);
+  CBaseAnnouncement a;
+  a.UniqueID = 4;
+  std::unique_ptr<CModuleMessage> add(DataEncoder::AddAnnouncement(0x40000001, a));
+  DWORD skip = 0;
+  *add >> skip;
+  container.ProcessMessage(*add);
+  const auto removeFour = [&] {
+    std::unique_ptr<CModuleMessage> remove(DataEncoder::RemoveAnnouncement(0x40000001, 4));
+    DWORD ownerID = 0;
+    *remove >> ownerID;
+    container.ProcessMessage(*remove);
+  };
+  try {
+    removeFour();
+    ADD_FAILURE() << "the failed notice did not reach the caller";
+  } catch (CKVTException* e) {
+    delete e;
+  }
+  ASSERT_TRUE(container.Removed.empty());
+  ASSERT_EQ(container.Announcements.count(4), 1u);
+  removeFour();
+  EXPECT_EQ(owner.Removes, 2);
+  EXPECT_TRUE(container.Announcements.empty());
+  EXPECT_TRUE(container.Removed.empty());
+}

@@ -93,6 +93,12 @@ void CRaceSimulation::PlanStarts() {
   }
 }
 
+KVTTIME CRaceSimulation::ScheduledStart(std::size_t index) const {
+  const SimRun& run = RunStates.at(index);
+  if (run.Phase == RunPhase::Waiting || run.StartAt == KVTTIME_NULL) return Planned.at(index);
+  return TimeOfDay(run.StartAt);
+}
+
 KVTTIME CRaceSimulation::RunTime(std::size_t index, KVTTIME time) const {
   const SimRun& run = RunStates.at(index);
   if (run.StartAt == KVTTIME_NULL || run.Phase == RunPhase::Waiting || time < run.StartAt) return 0;
@@ -253,6 +259,7 @@ void CRaceSimulation::CrossFinishLine(SimRun& run, KVTTIME at, std::size_t compe
   ++state.Laps;
   state.LastLap = lap;
   state.LastCrossing = runTime;
+  state.Crossings.push_back(runTime);
   if (Before(lap, state.BestLap)) {
     state.SecondBest = state.BestLap;
     state.SecondLapNumber = state.BestLapNumber;

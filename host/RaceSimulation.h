@@ -30,6 +30,7 @@ struct SimCompetitor {
   int Grid = 0;  // start order from 0
   int Laps = 0;
   KVTTIME LastCrossing = KVTTIME_NULL;  // run time of the latest finish-line crossing
+  std::vector<KVTTIME> Crossings;       // run time of each finish-line crossing, lap 1 first
   KVTTIME LastLap = KVTTIME_NULL;
   KVTTIME BestLap = KVTTIME_NULL;
   KVTTIME SecondBest = KVTTIME_NULL;
@@ -106,6 +107,8 @@ class CRaceSimulation {
   const std::deque<SimAnnouncement>& Announcements() const { return News; }
   // The planned start of each run, as the schedule shows it (absolute, local).
   KVTTIME PlannedStart(std::size_t run) const { return Planned.at(run); }
+  // When the run's green flag really came (absolute, local) once it has; else its planned start.
+  KVTTIME ScheduledStart(std::size_t run) const;
   // Run time of the active run at meeting time `time`: 0 before its start, frozen at its end.
   KVTTIME RunTime(std::size_t run, KVTTIME time) const;
 

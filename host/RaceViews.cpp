@@ -83,11 +83,20 @@ const RaceEventPlan* RootOf(const RaceDescription& race, const RaceEventPlan* ev
   return nullptr;
 }
 
-// The behind-the-leader value of sort type 0: laps behind, else the time behind at the line.
+// The behind-the-leader value of sort type 0, judged at the line where `behind` last
+// crossed it: the laps `ahead` had more by then, else how long after `ahead` it completed
+// the same lap. A car on the same lap that has not yet come round after `ahead` is not a
+// lap down. When `behind` completed that lap first, the two changed places on the track
+// since, and the gap is unknown ("-") until `behind` crosses again.
 KVTTIME RaceGap(const SimCompetitor& ahead, const SimCompetitor& behind) {
   if (behind.Laps == 0 || ahead.Laps == 0) return KVTTIME_NULL;
-  if (behind.Laps < ahead.Laps) return LapsBehind(ahead.Laps - behind.Laps);
-  return behind.LastCrossing - ahead.LastCrossing;
+  const auto laps = static_cast<std::size_t>(behind.Laps);
+  if (ahead.Crossings.size() < laps || behind.Crossings.size() < laps) return KVTTIME_NULL;
+  const auto aheadByThen = std::upper_bound(ahead.Crossings.begin(), ahead.Crossings.end(), behind.LastCrossing);
+  const auto lapsAheadByThen = static_cast<std::size_t>(aheadByThen - ahead.Crossings.begin());
+  if (lapsAheadByThen > laps) return LapsBehind(static_cast<int>(lapsAheadByThen - laps));
+  const KVTTIME behindAtTheLine = behind.LastCrossing - ahead.Crossings[laps - 1];
+  return behindAtTheLine < 0 ? KVTTIME_NULL : behindAtTheLine;
 }
 
 KVTTIME BestLapGap(const SimCompetitor& ahead, const SimCompetitor& behind) {
@@ -207,8 +216,16 @@ struct RunInfoContext {
   const CRaceSimulation& Meeting;
   std::size_t Index;
   const SimRun& Run;
-  std::vector<std::size_t> Order;  // by laps and time
+  int SortType;                    // the run's own order: 0 by laps and time, 1 by best lap
+  std::vector<std::size_t> Order;  // in that order
+  int MostLaps;                    // laps done by whoever has done most
   const SimCompetitor* Leader() const { return Order.empty() ? nullptr : &Run.Field[Order.front()]; }
+  // P1 once it has a place: a lap done, or in an order by best lap, a best lap.
+  bool Led() const {
+    const SimCompetitor* leader = Leader();
+    if (leader == nullptr) return false;
+    return SortType == 0 ? leader->Laps > 0 : leader->BestLap != KVTTIME_NULL;
+  }
   const RaceEventPlan* Event() const { return EventOf(Meeting.Race(), Run.Plan->Event); }
   KVTTIME Elapsed() const { return Meeting.RunTime(Index, Meeting.Now()); }
 };
@@ -229,11 +246,10 @@ const std::vector<ColumnDef<RunInfoContext>>& RunInfoColumns() {
       {kString, "Type", "lgHeader_RunType", [](V& v, const C& c) { v.Text = RunTypeName(c.Run.Plan->Type); }},
       {kDword, "Run", "lgHeader_RunID", [](V& v, const C& c) { v.Dword = c.Run.Plan->ID; }},
       {kInteger, "Laps", "lgHeader_Laps",
-       [](V& v, const C& c) { v.Integer = c.Leader() != nullptr ? c.Leader()->Laps : 0; }},
+       [](V& v, const C& c) { v.Integer = c.MostLaps; }},
       {kString, "Leader", "lgHeader_Leader",
        [](V& v, const C& c) {
-         const bool led = c.Leader() != nullptr && c.Leader()->Laps > 0;
-         v.Text = led ? FullName(c.Meeting.Race().Competitors[c.Order.front()]) : "";
+         v.Text = c.Led() ? FullName(c.Meeting.Race().Competitors[c.Order.front()]) : "";
        }},
       {kDouble, "Average speed", "lgHeader_AvgSpeed",
        [](V& v, const C& c) {
@@ -244,12 +260,17 @@ const std::vector<ColumnDef<RunInfoContext>>& RunInfoColumns() {
        }},
       {kDiff, "Margin", "lgLabel_Margin_of_Victory",
        [](V& v, const C& c) {
-         v.Time = c.Order.size() < 2 ? KVTTIME_NULL : RaceGap(c.Run.Field[c.Order[0]], c.Run.Field[c.Order[1]]);
+         if (c.Order.size() < 2) {
+           v.Time = KVTTIME_NULL;
+           return;
+         }
+         const SimCompetitor& first = c.Run.Field[c.Order[0]];
+         const SimCompetitor& second = c.Run.Field[c.Order[1]];
+         v.Time = c.SortType == 0 ? RaceGap(first, second) : BestLapGap(first, second);
        }},
       {kDword, "Laps to go", "lgHeader_LapsToGo",
        [](V& v, const C& c) {
-         const int done = c.Leader() != nullptr ? c.Leader()->Laps : 0;
-         v.Dword = c.Run.Plan->Laps == 0 ? kNone : static_cast<DWORD>(std::max(0, c.Run.Plan->Laps - done));
+         v.Dword = c.Run.Plan->Laps == 0 ? kNone : static_cast<DWORD>(std::max(0, c.Run.Plan->Laps - c.MostLaps));
        }},
       {kTime, "Best lap", "lgHeader_Best_Laptime", [](V& v, const C& c) { v.Time = c.Run.BestLap; }},
       {kString, "Best lap by", "lgHeader_BestLapBy",
@@ -286,7 +307,7 @@ const std::vector<ColumnDef<ScheduleContext>>& ScheduleColumns() {
   using V = ViewCellValue;
   static const std::vector<ColumnDef<C>> defs = {
       {kDateTime, "Start", "lgHeader_DateTime",
-       [](V& v, const C& c) { v.Dword = c.Meeting.UtcSeconds(c.Meeting.PlannedStart(c.Index)); }},
+       [](V& v, const C& c) { v.Dword = c.Meeting.UtcSeconds(c.Meeting.ScheduledStart(c.Index)); }},
       {kString, "Group", "lgHeader_Group",
        [](V& v, const C& c) {
          const RaceEventPlan* event = EventOf(c.Meeting.Race(), c.Plan.Event);
@@ -425,7 +446,11 @@ std::vector<ViewRowValues> Rows(const Request& request, const CRaceSimulation& m
                        EventOf(race, request.UniqueID & ~kRaceEventBit) != nullptr;
   if (request.Name == kResults && run != nullptr) return ResultRows(request, meeting, *run);
   if (request.Name == kRunInfo && run != nullptr) {
-    const RunInfoContext context{meeting, static_cast<std::size_t>(runIndex), *run, Standings(*run, 0)};
+    const int sortType = SortTypeOf(Request{}, *run);  // the run's own order
+    int mostLaps = 0;
+    for (const SimCompetitor& state : run->Field) mostLaps = std::max(mostLaps, state.Laps);
+    const RunInfoContext context{meeting, static_cast<std::size_t>(runIndex), *run, sortType,
+                                 Standings(*run, sortType), mostLaps};
     rows.push_back(RowOf(RunInfoColumns(), 1, context));
   } else if (request.Name == kSchedule && isEvent) {
     for (std::size_t i = 0; i < race.Runs.size(); ++i) {
@@ -458,7 +483,12 @@ std::uint64_t Revision(const Request& request, const CRaceSimulation& meeting) {
   if (request.Name == kAnnouncements) {
     return meeting.Announcements().empty() ? 0 : meeting.Announcements().back().ID;
   }
-  if (request.Name == kSchedule) return round;
+  if (request.Name == kSchedule) {
+    // A run that starts shows its real start from then on.
+    std::uint64_t started = 0;
+    for (const SimRun& run : meeting.Runs()) started += run.Phase == RunPhase::Waiting ? 0 : 1;
+    return round + started;
+  }
   if (runIndex < 0) return round;
   return round + meeting.Runs()[static_cast<std::size_t>(runIndex)].Revision;
 }
