@@ -13,7 +13,9 @@ cmake -S . -B build -G Ninja >/dev/null
 ninja -C build zolserver zolhost zolclient
 
 echo "Starting zolhost on examples/ with the example meeting at 12x speed (Ctrl-C ends it)"
-build/bin/zolhost --appdir examples --race examples/race.json --race-speed 12 --race-loop "$@" &
+# The example race names its drivers in several scripts (accented Latin, Polish, Chinese):
+# --code-page UTF-8 keeps every letter, where the default CP1252 would show "?" for some.
+build/bin/zolhost --appdir examples --code-page UTF-8 --race examples/race.json --race-speed 12 --race-loop "$@" &
 host=$!
 trap 'kill "$host" 2>/dev/null || true; wait "$host" 2>/dev/null || true' EXIT INT TERM
 

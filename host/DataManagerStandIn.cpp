@@ -49,7 +49,7 @@ bool CDataManagerStandIn::LoadRaceFile(const std::string& path, std::string& err
 
 bool CDataManagerStandIn::LoadRaceText(const std::string& text, std::string& error, const std::string& fileName) {
   auto race = std::make_unique<RaceDescription>();
-  if (!ReadRaceDescription(text, fileName, *race, error)) return false;
+  if (!ReadRaceDescription(text, fileName, *race, error, CodePage)) return false;
   Model = std::move(race->Model);
   ViewNames = race->ViewNames.empty() ? RaceViews::Names() : race->ViewNames;
 

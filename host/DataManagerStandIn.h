@@ -31,6 +31,12 @@ class CDataManagerStandIn {
 
   // How the meeting is played; call before loading the race.
   void SetPlay(const RacePlayOptions& play) { Play = play; }
+  // The code page the data manager's text is written in, the installation's (default
+  // CP1252); call before loading the race. The race file's texts are converted to it.
+  void SetCodePage(const std::string& codePage) { CodePage = codePage; }
+  const std::string& GetCodePage() const { return CodePage; }
+  // How many texts of the loaded race lost a character that the code page cannot hold.
+  std::size_t NamesLosingCharacters() const { return Race != nullptr ? Race->NamesLosingCharacters : 0; }
 
   // Reads the race and begins its meeting; false with a one-line reason in `error`
   // naming the file and the place when the file is unusable.
@@ -74,6 +80,7 @@ class CDataManagerStandIn {
   void SendActiveRun(std::vector<CModuleMessage*>& out);
 
   RacePlayOptions Play;
+  std::string CodePage = "CP1252";
   DWORD Instance;
   DWORD Computer;
   WORD PeerClass = kZolServerClass;

@@ -8,6 +8,8 @@
 #include <set>
 #include <stdexcept>
 
+#include "frame/platform/CodePage.h"
+
 namespace {
 
 using nlohmann::json;
@@ -250,8 +252,31 @@ void FillCompetitors(CBaseCompetitorContainer& container, const std::vector<Race
   container.UpdateTransponderMap();
 }
 
+// `text` (UTF-8) in the race's code page; counts it when it lost a character.
+std::string InCodePage(const std::string& text, RaceDescription& race) {
+  std::size_t replaced = 0;
+  std::string converted = platform::Utf8ToCodePage(race.CodePage, text, &replaced);
+  if (replaced > 0) ++race.NamesLosingCharacters;
+  return converted;
+}
+
+// Every text read from the file into the race's code page.
+void ConvertTexts(RaceDescription& race) {
+  race.TrackName = InCodePage(race.TrackName, race);
+  for (RaceTimelinePlan& line : race.Timelines) line.Name = InCodePage(line.Name, race);
+  for (RaceSectionPlan& section : race.Sections) section.Name = InCodePage(section.Name, race);
+  for (RaceEventPlan& event : race.Events) event.Name = InCodePage(event.Name, race);
+  for (RaceRunPlan& run : race.Runs) run.Name = InCodePage(run.Name, race);
+  for (RaceCompetitorPlan& competitor : race.Competitors) {
+    competitor.Number = InCodePage(competitor.Number, race);
+    competitor.FirstName = InCodePage(competitor.FirstName, race);
+    competitor.LastName = InCodePage(competitor.LastName, race);
+    competitor.Class = InCodePage(competitor.Class, race);
+  }
+}
+
 // The race data as the data manager holds it; the first run of the meeting is active.
-std::unique_ptr<CBaseDataComm> BuildModel(const json& file, const RaceDescription& race) {
+std::unique_ptr<CBaseDataComm> BuildModel(const json& file, RaceDescription& race) {
   auto model = std::make_unique<CBaseDataComm>();
   const json& source = file.at("track");
   const DWORD trackID = source.contains("id") ? IdAt(source, "id", "track") : 1;
@@ -315,7 +340,7 @@ std::unique_ptr<CBaseDataComm> BuildModel(const json& file, const RaceDescriptio
       // Read before anything is made, so that a fault leaves nothing behind.
       const auto number = static_cast<DWORD>(
           WholeAt(Required(list[i], "transponder", at), Member(at, "transponder"), 1, 0x1FFFFFFF));
-      const std::string text = OptionalText(list[i], "text", at);
+      const std::string text = InCodePage(OptionalText(list[i], "text", at), race);
       auto* record = new CBaseTxTranslation;
       record->UniqueID = number & kTransponderNumberMask;
       record->Text = text;
@@ -344,7 +369,7 @@ std::string LineAndColumn(const std::string& text, std::size_t offset) {
 }  // namespace
 
 bool ReadRaceDescription(const std::string& text, const std::string& fileName, RaceDescription& race,
-                         std::string& error) {
+                         std::string& error, const std::string& codePage) {
   const std::string prefix = "race file " + fileName + ": ";
   json file;
   try {
@@ -358,6 +383,7 @@ bool ReadRaceDescription(const std::string& text, const std::string& fileName, R
   }
   try {
     RaceDescription read;
+    read.CodePage = codePage;
     ObjectAt(file, "top level");
     ReadTrack(Required(file, "track", ""), "track", read);
     ReadEvents(Required(file, "events", ""), "events", read);
@@ -374,6 +400,7 @@ bool ReadRaceDescription(const std::string& text, const std::string& fileName, R
       const json& views = ArrayAt(file.at("views"), "views");
       for (std::size_t i = 0; i < views.size(); ++i) read.ViewNames.push_back(TextAt(views[i], Element("views", i)));
     }
+    ConvertTexts(read);
     read.Model = BuildModel(file, read);
     race = std::move(read);
     return true;

@@ -58,6 +58,10 @@ struct RaceDescription {
   int StartSecondOfDay = -1;  // the meeting's first start; below 0: when the play begins
   int BreakSeconds = 60;      // between the end of one run and the start of the next
   std::vector<std::string> ViewNames;
+  // The code page every text of the file (names, numbers, classes, transponder texts) is
+  // held in, and how many of those texts lost a character the code page cannot hold.
+  std::string CodePage = "UTF-8";
+  std::size_t NamesLosingCharacters = 0;
   // The race data as the data manager holds it at the start of the meeting.
   std::unique_ptr<CBaseDataComm> Model;
 };
@@ -67,6 +71,7 @@ inline constexpr DWORD kRaceEventBit = 0x80000000;
 inline constexpr DWORD kRaceRunBit = 0x40000000;
 
 // Reads the race from `text`; `fileName` only names the file in the error line. False
-// with one line in `error`: "race file F: PLACE: what is wrong".
+// with one line in `error`: "race file F: PLACE: what is wrong". The file's texts are
+// UTF-8; they are held in `codePage` (a character it cannot hold becomes "?").
 bool ReadRaceDescription(const std::string& text, const std::string& fileName, RaceDescription& race,
-                         std::string& error);
+                         std::string& error, const std::string& codePage = "UTF-8");

@@ -83,12 +83,16 @@ int main(int argc, char** argv) {
   // Declared after the host, so that it is destroyed first: its requests wait on the
   // host's message thread.
   std::unique_ptr<CWebServer> web;
+  std::size_t namesLost = 0;
   if (!options->RaceFile.empty()) {
     auto dataManager = std::make_unique<CDataManagerPeer>(platform::LocalIPv4Address(), options->Race);
+    // The stand-in writes its text in the code page the module reads it in.
+    dataManager->GetStandIn().SetCodePage(options->CodePage);
     if (!dataManager->LoadRace(options->RaceFile, error)) {
       std::fprintf(stderr, "zolhost: %s\n", error.c_str());
       return 2;
     }
+    namesLost = dataManager->GetStandIn().NamesLosingCharacters();
     host.AddPeer(std::move(dataManager));
   }
   if (!host.Load()) {
@@ -102,6 +106,12 @@ int main(int argc, char** argv) {
   std::fprintf(stderr, "zolhost: application directory %s\n", options->ApplicationDirectory.c_str());
   if (!options->RaceFile.empty()) {
     std::fprintf(stderr, "zolhost: data manager stand-in plays %s\n", options->RaceFile.c_str());
+    if (namesLost > 0) {
+      std::fprintf(stderr,
+                   "zolhost: %zu name%s of the race file lost characters that code page %s cannot hold (shown as "
+                   "\"?\"); --code-page UTF-8 keeps them\n",
+                   namesLost, namesLost == 1 ? "" : "s", options->CodePage.c_str());
+    }
   }
 
   // The web server's port is taken before the module starts; the module hears of the web
