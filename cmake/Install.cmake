@@ -12,6 +12,7 @@
 #   share/man/man1/zolhost.1.gz, zolclient.1.gz, zoldatamanager.1.gz
 #   share/doc/zolserver/README.md
 #   lib/systemd/system/zolhost.service     runs zolhost on /var/lib/zolserver
+#   lib/systemd/system/zoldatamanager.service  runs zoldatamanager on zolhost's link
 
 include(GNUInstallDirs)
 
@@ -47,9 +48,10 @@ foreach(page zolhost.1 zolclient.1 zoldatamanager.1)
   install(FILES ${CMAKE_BINARY_DIR}/man/${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endforeach()
 
-# The systemd unit names zolhost by its absolute path, which is known only when installing:
+# The systemd units name their programs by absolute path, which is known only when installing:
 # the prefix of the package (/usr) when CPack installs, else the prefix of the install.
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/packaging/zolhost.service.in)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/packaging/zolhost.service.in
+                                                                 ${CMAKE_SOURCE_DIR}/packaging/zoldatamanager.service.in)
 install(CODE "
   if(DEFINED CPACK_PACKAGING_INSTALL_PREFIX)
     set(ZOL_UNIT_PREFIX \"\${CPACK_PACKAGING_INSTALL_PREFIX}\")
@@ -59,8 +61,12 @@ install(CODE "
   set(ZOL_UNIT_PROGRAM \"\${ZOL_UNIT_PREFIX}/${CMAKE_INSTALL_BINDIR}/zolhost\")
   configure_file(\"${CMAKE_SOURCE_DIR}/packaging/zolhost.service.in\"
                  \"${CMAKE_BINARY_DIR}/zolhost.service\" @ONLY)
+  set(ZOL_UNIT_PROGRAM \"\${ZOL_UNIT_PREFIX}/${CMAKE_INSTALL_BINDIR}/zoldatamanager\")
+  configure_file(\"${CMAKE_SOURCE_DIR}/packaging/zoldatamanager.service.in\"
+                 \"${CMAKE_BINARY_DIR}/zoldatamanager.service\" @ONLY)
 ")
-install(FILES ${CMAKE_BINARY_DIR}/zolhost.service DESTINATION ${ZOL_INSTALL_UNITDIR})
+install(FILES ${CMAKE_BINARY_DIR}/zolhost.service ${CMAKE_BINARY_DIR}/zoldatamanager.service
+        DESTINATION ${ZOL_INSTALL_UNITDIR})
 
 # The Debian package.
 set(CPACK_GENERATOR DEB)

@@ -1,5 +1,6 @@
 #include "host/DataManagerLink.h"
 
+#include <chrono>
 #include <cstdio>
 #include <utility>
 #include <vector>
@@ -14,6 +15,18 @@ constexpr const char* kLog = "data manager link: ";
 // How long the link thread waits at a time, so that Stop is seen soon.
 constexpr long kPollMicroseconds = 100000;
 constexpr std::size_t kReadChunk = 64 * 1024;
+
+using Clock = std::chrono::steady_clock;
+
+long long MillisecondsSince(Clock::time_point then) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - then).count();
+}
+
+std::string Seconds(int milliseconds) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g s", milliseconds / 1000.0);
+  return text;
+}
 
 std::string Hex(unsigned value) {
   char text[16];
@@ -41,21 +54,22 @@ class CLinkPeer : public CHostPeer {
   DWORD PeerComputer() const override { return Computer; }
 
   std::vector<CModuleMessage*> Receive(CModuleMessage& message) override {
+    // The IDs of the link's own frames are not the module's to send.
+    if (linkframe::IsLinkControl(message.ID)) return {};
     std::lock_guard<std::mutex> guard(WriteLock);
     if (Socket < 0 || Ended.load()) return {};
-    const std::vector<BYTE> frame = linkframe::Encode(message);
-    switch (platform::SendAllWithin(Socket, frame.data(), frame.size(), WriteTimeout)) {
-      case platform::SendAllResult::Sent:
-        break;
-      case platform::SendAllResult::Failed:
-        Fail("peer " + Name + ": writing message " + Hex(message.ID) + " failed; link closed");
-        break;
-      case platform::SendAllResult::TimedOut:
-        Fail("peer " + Name + " did not take message " + Hex(message.ID) + " within " + std::to_string(WriteTimeout) +
-             " ms; link closed");
-        break;
-    }
+    Write(linkframe::Encode(message), "message " + Hex(message.ID));
     return {};
+  }
+
+  // Sends a keep-alive frame when nothing was written for `intervalMilliseconds`. A write
+  // under way (the lock is held) says enough by itself, so the link thread never waits
+  // for the message thread here.
+  void KeepAliveIfIdle(int intervalMilliseconds) {
+    std::unique_lock<std::mutex> guard(WriteLock, std::try_to_lock);
+    if (!guard.owns_lock() || Socket < 0 || Ended.load()) return;
+    if (MillisecondsSince(LastWrite) < intervalMilliseconds) return;
+    Write(linkframe::KeepAliveFrame(), "a keep-alive frame");
   }
 
   // Marks the link as ended; true for the one call that ended it, which logs why.
@@ -69,6 +83,21 @@ class CLinkPeer : public CHostPeer {
   }
 
  private:
+  // Writes one frame with WriteLock held; closes the link when it does not go out in time.
+  void Write(const std::vector<BYTE>& frame, const std::string& what) {
+    switch (platform::SendAllWithin(Socket, frame.data(), frame.size(), WriteTimeout)) {
+      case platform::SendAllResult::Sent:
+        LastWrite = Clock::now();
+        break;
+      case platform::SendAllResult::Failed:
+        Fail("peer " + Name + ": writing " + what + " failed; link closed");
+        break;
+      case platform::SendAllResult::TimedOut:
+        Fail("peer " + Name + " did not take " + what + " within " + std::to_string(WriteTimeout) + " ms; link closed");
+        break;
+    }
+  }
+
   void Fail(const std::string& reason) {
     if (End()) Host.WriteLog(kLog + reason);
     // The link thread sees the end of the stream and lets the peer go.
@@ -82,11 +111,16 @@ class CLinkPeer : public CHostPeer {
   const std::string Name;
   const int WriteTimeout;
   std::atomic<bool> Ended{false};
+  // Guarded by WriteLock.
+  Clock::time_point LastWrite = Clock::now();
 };
 
 struct CDataManagerLink::Reading {
   linkframe::CFrameDecoder Decoder;
   std::vector<BYTE> Chunk = std::vector<BYTE>(kReadChunk);
+  Clock::time_point ConnectedAt = Clock::now();
+  Clock::time_point LastHeard = Clock::now();
+  bool ValidFrameSeen = false;
 };
 
 CDataManagerLink::CDataManagerLink(CModuleHost& host, DataManagerLinkSettings settings)
@@ -137,6 +171,7 @@ void CDataManagerLink::Run() {
       break;
     }
     if (peerReadable) ReadFromPeer();
+    if (Peer) WatchPeer();
     if (listenReadable) Accept();
   }
 }
@@ -148,7 +183,10 @@ void CDataManagerLink::Accept() {
   if (socket < 0) return;
   const std::string name = platform::DottedAddress(address) + ":" + std::to_string(port);
   if (Peer) {
-    platform::CloseWithoutWaiting(socket);
+    // Told why before the close, so that it can tell a refusal from a lost link.
+    const std::vector<BYTE> refused = linkframe::RefusedFrame();
+    platform::SendWithoutWaiting(socket, refused.data(), refused.size());
+    platform::ShutdownDrainClose(socket);
     Host.WriteLog(std::string(kLog) + "peer " + name + " refused: data manager " + PeerName + " is connected");
     return;
   }
@@ -177,6 +215,7 @@ void CDataManagerLink::ReadFromPeer() {
     }
     return;
   }
+  Read->LastHeard = Clock::now();
   Read->Decoder.Feed(Read->Chunk.data(), static_cast<std::size_t>(got));
   linkframe::Frame frame;
   while (true) {
@@ -186,8 +225,25 @@ void CDataManagerLink::ReadFromPeer() {
       ClosePeer("peer " + PeerName + ": " + Read->Decoder.Error() + "; link closed");
       return;
     }
+    Read->ValidFrameSeen = true;
+    // The link's own frames end here: a keep-alive has done its work by arriving.
+    if (linkframe::IsLinkControl(frame.ID)) continue;
     Host.PostFromPeer(kDataManagerClass, linkframe::ToMessage(frame));
   }
+}
+
+void CDataManagerLink::WatchPeer() {
+  if (!Read->ValidFrameSeen && MillisecondsSince(Read->ConnectedAt) >= Settings.FirstFrameTimeoutMilliseconds) {
+    ClosePeer("peer " + PeerName + " sent no valid frame within " + Seconds(Settings.FirstFrameTimeoutMilliseconds) +
+              "; link closed");
+    return;
+  }
+  if (MillisecondsSince(Read->LastHeard) >= Settings.SilenceTimeoutMilliseconds) {
+    ClosePeer("peer " + PeerName + " lost: nothing came for " + Seconds(Settings.SilenceTimeoutMilliseconds) +
+              "; link closed");
+    return;
+  }
+  Peer->KeepAliveIfIdle(Settings.KeepAliveIntervalMilliseconds);
 }
 
 void CDataManagerLink::ClosePeer(const std::string& line) {

@@ -7,7 +7,10 @@
 // A link thread accepts and reads; the module's messages are written on the host's
 // message thread, each write bounded in time. A bad frame length, a peer that breaks off
 // inside a frame or a write that does not finish closes the link with one log line; a
-// second data manager while one is connected is accepted and closed at once.
+// second data manager while one is connected is accepted, sent a refusal frame and closed
+// at once. A peer that sends no valid first frame within 5 s, or nothing at all for 10 s,
+// is let go the same way; when the module has sent nothing for 2 s the link sends a
+// keep-alive frame. Keep-alive frames from the peer never reach the module.
 #pragma once
 
 #include <atomic>
@@ -27,6 +30,13 @@ struct DataManagerLinkSettings {
   std::uint16_t Port = 0;
   // How long one write to the peer may take before the link is closed.
   int WriteTimeoutMilliseconds = 5000;
+  // A peer that sends no whole, valid frame this long after it connected is let go, so
+  // that a connection that stays silent cannot hold the link.
+  int FirstFrameTimeoutMilliseconds = 5000;
+  // When nothing else was written for this long, a keep-alive frame goes out.
+  int KeepAliveIntervalMilliseconds = 2000;
+  // A peer from which nothing came for this long is lost: the link is closed.
+  int SilenceTimeoutMilliseconds = 10000;
   // The computer on which the module is told the peer runs, from the peer's IPv4 address
   // (network byte order). Empty: LinkPeerComputer with this computer's address.
   std::function<DWORD(std::uint32_t)> ComputerOf;
@@ -62,6 +72,8 @@ class CDataManagerLink {
   void Run();
   void Accept();
   void ReadFromPeer();
+  // Lets a peer go that sent no first frame or fell silent; otherwise keeps the link alive.
+  void WatchPeer();
   // Lets the connected peer go; `line` is logged unless the peer's end was logged already.
   void ClosePeer(const std::string& line);
 

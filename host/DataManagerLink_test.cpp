@@ -315,7 +315,8 @@ TEST(DataManagerLinkThread, SecondDataManagerIsRefusedAndTheFirstGoesOn) {
     LinkTestPeer second(running.Link.Port());
     ASSERT_TRUE(second.Connected());
     EXPECT_TRUE(second.WaitForEnd(10)) << "the second data manager was kept";
-    EXPECT_TRUE(second.ReceivedIDs().empty());
+    // Told why before the close: the refusal frame and nothing else.
+    EXPECT_EQ(second.ReceivedIDs(), std::vector<WORD>{linkframe::kRefusedID});
   }
   ASSERT_TRUE(first.Send(DataEncoder::Connected()));
   EXPECT_TRUE(first.WaitForID(2));
@@ -428,4 +429,100 @@ TEST(DataManagerLinkThread, LocalPeerOnTheLinkBesideTheLocalStandInGetsNothing) 
   EXPECT_TRUE(WaitUntil([&] { return inHost.ReceivedIDs() == std::vector<WORD>{0, 2}; }, 10));
   EXPECT_FALSE(onLink.NextFrame(0.5).has_value());
   running.Finish();
+}
+
+namespace {
+
+// Short times, so that the watch over the peer can be seen within a test's seconds.
+DataManagerLinkSettings QuickWatch() {
+  DataManagerLinkSettings settings;
+  settings.FirstFrameTimeoutMilliseconds = 300;
+  settings.KeepAliveIntervalMilliseconds = 200;
+  settings.SilenceTimeoutMilliseconds = 1000;
+  return settings;
+}
+
+}  // namespace
+
+TEST(DataManagerLinkThread, ConnectionWithoutAFirstFrameIsLetGoWithOneLine) {
+  TempDir appdir;
+  Running running(appdir, false, QuickWatch());
+  std::string error;
+  ASSERT_TRUE(running.Start(error)) << error;
+  const auto connected = Clock::now();
+  LinkTestPeer silent(running.Link.Port());
+  ASSERT_TRUE(silent.Connected());
+  EXPECT_TRUE(silent.WaitForEnd(10)) << "a silent connection held the link";
+  const double seconds = std::chrono::duration<double>(Clock::now() - connected).count();
+  EXPECT_GE(seconds, 0.25);
+  EXPECT_LT(seconds, 3.0);
+  ASSERT_TRUE(WaitUntil([&] { return !running.Link.PeerConnected(); }, 10));
+  // The link is free again: the next data manager is asked to connect.
+  LinkTestPeer good(running.Link.Port());
+  ASSERT_TRUE(good.SendBytes(linkframe::KeepAliveFrame()));
+  EXPECT_TRUE(good.WaitForID(0));
+  const std::string log = running.Finish();
+  EXPECT_EQ(CountLines(log, "sent no valid frame within 0.3 s; link closed"), 1) << log;
+  EXPECT_EQ(CountLines(log, "data manager link: "), 4) << log;  // connect, close, connect, let go
+}
+
+TEST(DataManagerLinkThread, KeepAliveFramesHoldAQuietLinkAndNeverReachTheModule) {
+  TempDir appdir;
+  Running running(appdir, true, QuickWatch());
+  std::string error;
+  ASSERT_TRUE(running.Start(error)) << error;
+  LinkTestPeer peer(running.Link.Port());
+  ASSERT_TRUE(peer.SendBytes(linkframe::KeepAliveFrame()));
+  ASSERT_TRUE(peer.WaitForID(0));
+  // The peer says nothing but keep-alives for more than twice the silence time; the
+  // module, which waits for "connected", sends nothing, so zolhost sends keep-alives too.
+  const auto until = Clock::now() + std::chrono::milliseconds(2500);
+  auto lastSent = Clock::now();
+  while (Clock::now() < until) {
+    ASSERT_TRUE(peer.SendBytes(linkframe::KeepAliveFrame()));
+    lastSent = Clock::now();
+    peer.NextFrame(0.3);
+  }
+  EXPECT_TRUE(running.Link.PeerConnected());
+  const auto& ids = peer.ReceivedIDs();
+  EXPECT_GE(std::count(ids.begin(), ids.end(), linkframe::kKeepAliveID), 5) << ids.size();
+  EXPECT_EQ(std::count(ids.begin(), ids.end(), WORD{0}), 1);
+  // Then it falls silent without closing: lost after the silence time, and the module
+  // hears the data manager go.
+  EXPECT_TRUE(peer.WaitForEnd(10)) << "a silent peer held the link";
+  const double seconds = std::chrono::duration<double>(Clock::now() - lastSent).count();
+  EXPECT_GE(seconds, 0.9);
+  EXPECT_LT(seconds, 3.0);
+  ASSERT_TRUE(WaitUntil([&] { return !running.Link.PeerConnected(); }, 10));
+  const std::string log = running.Finish();
+  EXPECT_EQ(CountLines(log, "lost: nothing came for 1 s; link closed"), 1) << log;
+  EXPECT_NE(log.find("module of class 5 on computer " + platform::DottedAddress(platform::LocalIPv4Address()) + " gone"),
+            std::string::npos)
+      << log;
+  // No keep-alive reached the module.
+  EXPECT_EQ(log.find("message in: id 0xFFFF"), std::string::npos) << log;
+  EXPECT_EQ(log.find("exception"), std::string::npos) << log;
+}
+
+TEST(DataManagerLinkThread, KeepAliveBeforeEachMessageLeavesTheMessagesAsSent) {
+  TempDir appdir;
+  Running running(appdir, true, QuickWatch());
+  std::string error;
+  ASSERT_TRUE(running.Start(error)) << error;
+  LinkTestPeer peer(running.Link.Port());
+  ASSERT_TRUE(peer.SendBytes(linkframe::KeepAliveFrame()));
+  ASSERT_TRUE(peer.WaitForID(0));
+  // A keep-alive glued to the front of "connected": the module still takes it and asks
+  // for all data.
+  std::vector<BYTE> bytes = linkframe::KeepAliveFrame();
+  {
+    std::unique_ptr<CModuleMessage> connected(DataEncoder::Connected());
+    const std::vector<BYTE> frame = linkframe::Encode(*connected);
+    bytes.insert(bytes.end(), frame.begin(), frame.end());
+  }
+  ASSERT_TRUE(peer.SendBytes(bytes));
+  EXPECT_TRUE(peer.WaitForID(2));
+  const std::string log = running.Finish();
+  EXPECT_NE(log.find("message in: id 0x0000 from class 5"), std::string::npos) << log;
+  EXPECT_EQ(log.find("message in: id 0xFFFF"), std::string::npos) << log;
 }

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 #include <regex>
 #include <set>
 #include <string>
@@ -150,14 +151,15 @@ TEST(ZolhostDataManagerEndToEnd, PagesGoOnWhenTheDataManagerIsKilledAndOneThatCo
   EXPECT_TRUE(watcher.ReadUntil(
       [before](const std::vector<ReceivedPage>& got) { return got.size() >= before + 10; }, 30));
 
-  // zolhost ends: the link closes, and zoldatamanager ends with it, status 0.
+  // zolhost ends: the link closes, and zoldatamanager, which lost it, ends with status 4
+  // (a supervisor restarts it).
   host.Signal(SIGTERM);
   const auto hostStatus = host.WaitForExit(10);
   ASSERT_TRUE(hostStatus.has_value());
   EXPECT_EQ(*hostStatus, 0) << host.Stderr();
   const auto peerStatus = dataManager->WaitForExit(10);
   ASSERT_TRUE(peerStatus.has_value()) << dataManager->Stderr();
-  EXPECT_EQ(*peerStatus, 0) << dataManager->Stderr();
+  EXPECT_EQ(*peerStatus, 4) << dataManager->Stderr();
   EXPECT_NE(dataManager->Stderr().find("zolhost closed the link"), std::string::npos) << dataManager->Stderr();
   EXPECT_EQ(host.Stderr().find("exception"), std::string::npos) << host.Stderr();
 }
@@ -193,10 +195,10 @@ TEST(ZolhostDataManagerEndToEnd, ResultsPageShowsTheRaceFilesCompetitors) {
                       << host.Stderr();
   host.Signal(SIGTERM);
   EXPECT_EQ(host.WaitForExit(10), std::optional<int>(0));
-  EXPECT_EQ(dataManager.WaitForExit(10), std::optional<int>(0)) << dataManager.Stderr();
+  EXPECT_EQ(dataManager.WaitForExit(10), std::optional<int>(4)) << dataManager.Stderr();
 }
 
-TEST(ZolhostDataManagerProcess, SecondDataManagerIsTurnedAwayAndEndsWithZero) {
+TEST(ZolhostDataManagerProcess, SecondDataManagerIsTurnedAwayAndExitsThree) {
   Installation installation;
   ASSERT_TRUE(installation.Ready);
   ChildProcess host(kHost, installation.HostArguments(), installation.Logs.Path());
@@ -206,15 +208,24 @@ TEST(ZolhostDataManagerProcess, SecondDataManagerIsTurnedAwayAndEndsWithZero) {
   ASSERT_TRUE(first.WaitForStderr("frame in: id 0x0002,", 10)) << first.Stderr() << host.Stderr();
   TempDir secondLogs;
   ChildProcess second(kDataManager, installation.DataManagerArguments(), secondLogs.Path());
-  // zolhost accepts and closes it at once: it ends as when zolhost closes the link.
+  // zolhost tells it why and closes it at once: it ends with the status of a refusal and
+  // one line that says so, not as after a normal end.
   const auto status = second.WaitForExit(10);
   ASSERT_TRUE(status.has_value()) << second.Stderr();
-  EXPECT_EQ(*status, 0) << second.Stderr();
+  EXPECT_EQ(*status, 3) << second.Stderr();
+  EXPECT_EQ(CountOf(second.Stderr(), "zoldatamanager: zolhost refused the link: another data manager is connected"), 1)
+      << second.Stderr();
   EXPECT_TRUE(host.WaitForStderr(" refused: data manager 127.0.0.1:", 5)) << host.Stderr();
   EXPECT_TRUE(first.Running());
   host.Signal(SIGTERM);
   EXPECT_EQ(host.WaitForExit(10), std::optional<int>(0));
-  EXPECT_EQ(first.WaitForExit(10), std::optional<int>(0)) << first.Stderr();
+  EXPECT_EQ(first.WaitForExit(10), std::optional<int>(4)) << first.Stderr();
+  // One line says so: zolhost's close reaches it as the end of the stream, a failed write
+  // or a reset, depending on what was under way.
+  EXPECT_EQ(CountOf(first.Stderr(), "zoldatamanager: zolhost closed the link") +
+                CountOf(first.Stderr(), "zoldatamanager: the link to zolhost broke"),
+            1)
+      << first.Stderr();
 }
 
 TEST(ZolhostDataManagerProcess, ZoldatamanagerEndsWithZeroOnSigterm) {
@@ -242,8 +253,11 @@ TEST(ZolhostDataManagerProcess, ZoldatamanagerThatCannotConnectExitsOne) {
                nullptr, &err);
   ASSERT_TRUE(status.has_value());
   EXPECT_EQ(*status, 1);
-  EXPECT_NE(err.find("cannot connect to zolhost at 127.0.0.1:"), std::string::npos) << err;
-  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+  // One line says why, and it is the last (a note on the race file's names may come first).
+  EXPECT_EQ(CountOf(err, "zoldatamanager: cannot connect to zolhost at 127.0.0.1:"), 1) << err;
+  const auto lastLine = err.rfind('\n', err.size() >= 2 ? err.size() - 2 : 0);
+  EXPECT_EQ(err.substr(lastLine == std::string::npos ? 0 : lastLine + 1).rfind("zoldatamanager: cannot connect", 0), 0u)
+      << err;
 }
 
 TEST(ZolhostDataManagerProcess, ZoldatamanagerBadArgumentsAreOneLineAndExitTwo) {
@@ -280,7 +294,8 @@ TEST(ZolhostDataManagerProcess, ZoldatamanagerHelpExplainsEveryOption) {
   const auto status = RunToEnd(kDataManager, {"--help"}, logs.Path(), 10, &out);
   ASSERT_TRUE(status.has_value());
   EXPECT_EQ(*status, 0);
-  for (const char* option : {"--connect", "--race", "--race-speed", "--seed", "--race-loop", "--verbose", "--help"}) {
+  for (const char* option : {"--connect", "--race", "--race-speed", "--seed", "--race-loop", "--reconnect", "--verbose",
+                             "--help", "  3  zolhost refused", "  4  zolhost was lost"}) {
     EXPECT_NE(out.find(option), std::string::npos) << option;
   }
 }
@@ -340,4 +355,149 @@ TEST(ZolhostDataManagerProcess, ZolhostWithABusyLinkPortIsOneLineAndExitTwo) {
   EXPECT_NE(err.find("cannot listen for the data manager on 127.0.0.1:" + std::to_string(busy)), std::string::npos) << err;
   // The module's name comes first; the busy port is the one line after it.
   EXPECT_EQ(err.find("Starting TCP"), std::string::npos) << err;
+}
+
+TEST(ZolhostDataManagerProcess, SilentConnectionIsLetGoWithinFiveSecondsAndTheDataManagerThenTakesTheLink) {
+  Installation installation;
+  ASSERT_TRUE(installation.Ready);
+  ChildProcess host(kHost, installation.HostArguments(), installation.Logs.Path());
+  ASSERT_TRUE(host.WaitForStderr("data manager link listens on", 20)) << host.Stderr();
+  // A connection that never sends a byte.
+  const auto opened = Clock::now();
+  const int silent = platform::TcpConnect("127.0.0.1", installation.LinkPort);
+  ASSERT_GE(silent, 0);
+  ASSERT_TRUE(host.WaitForStderr("data manager link: peer 127.0.0.1:", 10)) << host.Stderr();
+  // Meanwhile the real data manager is refused: status 3, not a normal end.
+  TempDir refusedLogs;
+  ChildProcess refused(kDataManager, installation.DataManagerArguments(), refusedLogs.Path());
+  EXPECT_EQ(refused.WaitForExit(10), std::optional<int>(3)) << refused.Stderr();
+  // zolhost lets the silent one go after 5 s: its end of the stream arrives.
+  bool ended = false;
+  while (!ended && Clock::now() - opened < std::chrono::seconds(15)) {
+    if (!platform::WaitReadable(silent, 100000)) continue;
+    BYTE chunk[4096];
+    ended = platform::ReceiveSome(silent, chunk, sizeof chunk) <= 0;
+  }
+  const double seconds = std::chrono::duration<double>(Clock::now() - opened).count();
+  platform::CloseSocket(silent);
+  EXPECT_TRUE(ended) << "the silent connection was kept " << seconds << " s\n" << host.Stderr();
+  EXPECT_GE(seconds, 4.5);
+  EXPECT_LT(seconds, 8.0);
+  EXPECT_TRUE(host.WaitForStderr("sent no valid frame within 5 s; link closed", 5)) << host.Stderr();
+  EXPECT_TRUE(host.WaitForStderr("module of class 5 on computer " + LocalComputerText() + " gone", 5)) << host.Stderr();
+  // Now the real one takes the link and the module asks it for all data.
+  TempDir peerLogs;
+  ChildProcess dataManager(kDataManager, installation.DataManagerArguments(), peerLogs.Path());
+  EXPECT_TRUE(dataManager.WaitForStderr("frame in: id 0x0002,", 10)) << dataManager.Stderr() << host.Stderr();
+  EXPECT_TRUE(host.WaitForStderr("message in: id 0x8020 from class 5", 10)) << host.Stderr();
+  EXPECT_EQ(CountOf(host.Stderr(), "sent no valid frame within"), 1) << host.Stderr();
+  dataManager.Signal(SIGTERM);
+  EXPECT_EQ(dataManager.WaitForExit(5), std::optional<int>(0)) << dataManager.Stderr();
+  host.Signal(SIGTERM);
+  EXPECT_EQ(host.WaitForExit(10), std::optional<int>(0));
+}
+
+TEST(ZolhostDataManagerProcess, HungDataManagerIsLostAfterTenSecondsAndComesBackWithReconnect) {
+  Installation installation;
+  ASSERT_TRUE(installation.Ready);
+  ChildProcess host(kHost, installation.HostArguments(), installation.Logs.Path());
+  ASSERT_TRUE(host.WaitForStderr("data manager link listens on", 20)) << host.Stderr();
+  std::vector<std::string> arguments = installation.DataManagerArguments();
+  arguments.push_back("--reconnect");
+  TempDir peerLogs;
+  ChildProcess dataManager(kDataManager, arguments, peerLogs.Path());
+  ASSERT_TRUE(host.WaitForStderr("message in: id 0x8020 from class 5", 20)) << host.Stderr() << dataManager.Stderr();
+  // Quiet but alive: keep-alives hold the link through 2.5 s in which the view list is all
+  // the module asked for, and none of them reaches the module.
+  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+  EXPECT_EQ(host.Stderr().find("lost: nothing came"), std::string::npos) << host.Stderr();
+
+  const std::string gone = "module of class 5 on computer " + LocalComputerText() + " gone";
+  const auto stopped = Clock::now();
+  dataManager.Signal(SIGSTOP);
+  EXPECT_TRUE(host.WaitForStderr("lost: nothing came for 10 s; link closed", 14)) << host.Stderr();
+  const double seconds = std::chrono::duration<double>(Clock::now() - stopped).count();
+  EXPECT_GE(seconds, 9.0) << host.Stderr();
+  EXPECT_LT(seconds, 12.5) << host.Stderr();
+  EXPECT_TRUE(host.WaitForStderr(gone, 5)) << host.Stderr();
+  EXPECT_EQ(CountOf(host.Stderr(), "lost: nothing came"), 1) << host.Stderr();
+  const auto stoppedFor = std::chrono::seconds(12) - (Clock::now() - stopped);
+  if (stoppedFor > std::chrono::seconds(0)) std::this_thread::sleep_for(stoppedFor);
+  dataManager.Signal(SIGCONT);
+  // It finds the link gone, says so once and connects again: the module asks it for all
+  // data and the view list afresh.
+  const auto deadline = Clock::now() + std::chrono::seconds(15);
+  while (CountOf(host.Stderr(), "message in: id 0x8020 from class 5") < 2 && Clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  EXPECT_EQ(CountOf(host.Stderr(), "message in: id 0x8020 from class 5"), 2) << host.Stderr() << dataManager.Stderr();
+  EXPECT_EQ(CountOf(dataManager.Stderr(), "trying again every second"), 1) << dataManager.Stderr();
+  EXPECT_EQ(CountOf(dataManager.Stderr(), "zoldatamanager: connected to 127.0.0.1:"), 2) << dataManager.Stderr();
+  EXPECT_EQ(host.Stderr().find("message in: id 0xFFFF"), std::string::npos) << host.Stderr();
+
+  // zolhost goes: with --reconnect it keeps trying, and SIGTERM still ends it at once.
+  host.Signal(SIGTERM);
+  EXPECT_EQ(host.WaitForExit(10), std::optional<int>(0));
+  const auto hostGone = Clock::now() + std::chrono::seconds(5);
+  while (CountOf(dataManager.Stderr(), "trying again every second") < 2 && Clock::now() < hostGone) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  {
+    // After the second connect, the line saying that zolhost closed the link.
+    const std::string err = dataManager.Stderr();
+    const auto second = err.find("connected to 127.0.0.1:", err.find("connected to 127.0.0.1:") + 1);
+    ASSERT_NE(second, std::string::npos) << err;
+    EXPECT_NE(err.find("zolhost closed the link; trying again every second", second), std::string::npos) << err;
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+  EXPECT_TRUE(dataManager.Running());
+  EXPECT_EQ(CountOf(dataManager.Stderr(), "cannot connect to zolhost at"), 1) << dataManager.Stderr();
+  const auto signalled = Clock::now();
+  dataManager.Signal(SIGTERM);
+  EXPECT_EQ(dataManager.WaitForExit(5), std::optional<int>(0)) << dataManager.Stderr();
+  EXPECT_LT(std::chrono::duration<double>(Clock::now() - signalled).count(), 2.0);
+}
+
+TEST(ZolhostDataManagerProcess, ZoldatamanagerThatLosesZolhostExitsFour) {
+  // A zolhost that goes without closing the link: a listener that accepts, reads and
+  // never answers. zoldatamanager gives up on it after 10 s of silence.
+  const int listener = platform::OpenTcpSocket();
+  ASSERT_GE(listener, 0);
+  ASSERT_TRUE(platform::BindAddress(listener, "127.0.0.1", 0));
+  ASSERT_TRUE(platform::Listen(listener, 1));
+  const std::uint16_t port = platform::LocalPort(listener);
+  TempDir logs;
+  ChildProcess dataManager(kDataManager, {"--connect", "127.0.0.1:" + std::to_string(port), "--race", kRace},
+                           logs.Path());
+  ASSERT_TRUE(platform::WaitReadable(listener, 10000000));
+  std::uint32_t address = 0;
+  const int link = platform::AcceptConnection(listener, address);
+  ASSERT_GE(link, 0);
+  const auto accepted = Clock::now();
+  // What it sends meanwhile is read (its first frame a keep-alive), so it is never stuck
+  // on a write.
+  std::vector<BYTE> received;
+  std::optional<int> status;
+  while (!status && Clock::now() - accepted < std::chrono::seconds(15)) {
+    if (platform::WaitReadable(link, 100000)) {
+      BYTE chunk[4096];
+      const long got = platform::ReceiveSome(link, chunk, sizeof chunk);
+      if (got > 0) received.insert(received.end(), chunk, chunk + got);
+    }
+    if (!dataManager.Running()) status = dataManager.WaitForExit(1);
+  }
+  const double seconds = std::chrono::duration<double>(Clock::now() - accepted).count();
+  platform::CloseSocket(link);
+  platform::CloseSocket(listener);
+  ASSERT_TRUE(status.has_value()) << dataManager.Stderr();
+  EXPECT_EQ(*status, 4) << dataManager.Stderr();
+  EXPECT_GE(seconds, 9.5);
+  EXPECT_LT(seconds, 12.5);
+  EXPECT_EQ(CountOf(dataManager.Stderr(), "zoldatamanager: zolhost lost: nothing came for 10 s\n"), 1)
+      << dataManager.Stderr();
+  // Keep-alives every 2 s, the first at once: six bytes each, ID 0xFFFF.
+  ASSERT_GE(received.size(), 6u * 5);
+  EXPECT_EQ(std::vector<BYTE>(received.begin(), received.begin() + 6),
+            (std::vector<BYTE>{0x02, 0x00, 0x00, 0x00, 0xFF, 0xFF}));
+  EXPECT_LE(received.size(), 6u * 7);
 }

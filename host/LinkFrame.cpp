@@ -24,6 +24,10 @@ std::vector<BYTE> Encode(WORD id, const BYTE* payload, std::size_t payloadBytes)
   return frame;
 }
 
+std::vector<BYTE> KeepAliveFrame() { return Encode(kKeepAliveID, nullptr, 0); }
+
+std::vector<BYTE> RefusedFrame() { return Encode(kRefusedID, nullptr, 0); }
+
 std::vector<BYTE> Encode(const CModuleMessage& message) {
   return Encode(message.ID, message.GetData(), message.GetFilled());
 }

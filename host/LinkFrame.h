@@ -20,6 +20,18 @@ inline constexpr std::uint32_t kMinLength = 2;
 // The length field and the ID.
 inline constexpr std::size_t kHeaderBytes = 6;
 
+// Frames of the link itself, never handed to the module; IDs no module message uses.
+// The keep-alive: sent by either side when it has sent nothing else for a while, so that
+// the other side can tell a silent peer from a quiet one. No payload.
+inline constexpr WORD kKeepAliveID = 0xFFFF;
+// zolhost's answer to a data manager it turns away (another one holds the link), sent
+// just before it closes the connection. No payload.
+inline constexpr WORD kRefusedID = 0xFFFE;
+inline constexpr bool IsLinkControl(WORD id) { return id == kKeepAliveID || id == kRefusedID; }
+// The six bytes of a keep-alive frame and of a refusal frame.
+std::vector<BYTE> KeepAliveFrame();
+std::vector<BYTE> RefusedFrame();
+
 // The frame of a message: its ID and the bytes written into it (its filled size).
 std::vector<BYTE> Encode(const CModuleMessage& message);
 std::vector<BYTE> Encode(WORD id, const BYTE* payload, std::size_t payloadBytes);

@@ -154,3 +154,38 @@ TEST(LinkFrame, LargeFrameWithinTheLimitComesThrough) {
   std::unique_ptr<CModuleMessage> message(linkframe::ToMessage(frame));
   EXPECT_EQ(message->GetFilled(), payload.size());
 }
+
+TEST(LinkFrame, KeepAliveAndRefusalAreIdOnlyFramesWithIdsNoModuleMessageUses) {
+  EXPECT_EQ(linkframe::KeepAliveFrame(), Bytes({0x02, 0x00, 0x00, 0x00, 0xFF, 0xFF}));
+  EXPECT_EQ(linkframe::RefusedFrame(), Bytes({0x02, 0x00, 0x00, 0x00, 0xFE, 0xFF}));
+  EXPECT_TRUE(linkframe::IsLinkControl(0xFFFF));
+  EXPECT_TRUE(linkframe::IsLinkControl(0xFFFE));
+  // Data manager messages are below 0x100, view messages from 0x8000 on.
+  for (const int id : {0, 1, 2, 66, 0xFF, 0x8000, 0x8020, 0x8027, 0xFFFD}) {
+    EXPECT_FALSE(linkframe::IsLinkControl(static_cast<WORD>(id))) << id;
+  }
+}
+
+TEST(LinkFrame, KeepAliveBetweenMessagesIsCutOutByteByByte) {
+  CModuleMessage first(2, kDataManagerClass, 0, 0);
+  first << 7;
+  std::vector<BYTE> stream = linkframe::KeepAliveFrame();
+  const std::vector<BYTE> message = linkframe::Encode(first);
+  stream.insert(stream.end(), message.begin(), message.end());
+  const std::vector<BYTE> keepAlive = linkframe::KeepAliveFrame();
+  stream.insert(stream.end(), keepAlive.begin(), keepAlive.end());
+  CFrameDecoder decoder;
+  std::vector<linkframe::Frame> frames;
+  for (const BYTE byte : stream) {
+    decoder.Feed(&byte, 1);
+    linkframe::Frame frame;
+    while (decoder.Next(frame) == CFrameDecoder::Result::Frame) frames.push_back(frame);
+  }
+  ASSERT_EQ(frames.size(), 3u);
+  EXPECT_EQ(frames[0].ID, linkframe::kKeepAliveID);
+  EXPECT_TRUE(frames[0].Payload.empty());
+  EXPECT_EQ(frames[1].ID, 2);
+  EXPECT_EQ(frames[1].Payload, Bytes({7, 0, 0, 0}));
+  EXPECT_EQ(frames[2].ID, linkframe::kKeepAliveID);
+  EXPECT_FALSE(decoder.InsideFrame());
+}

@@ -123,6 +123,7 @@ TEST(RaceViews, AfterEachPassingTheRaceResultsAgreeWithPositionsWorkedOutFromThe
   const std::string view = RaceViews::kResults;
   std::size_t checked = 0;
   bool sawLapsBehind = false;
+  bool sawSameLapBehindTheLeader = false;
   for (KVTTIME next = meeting.NextEventTime(); next != KVTTIME_NULL && run.Phase != RunPhase::Done;
        next = meeting.NextEventTime()) {
     meeting.AdvanceTo(next);
@@ -143,25 +144,42 @@ TEST(RaceViews, AfterEachPassingTheRaceResultsAgreeWithPositionsWorkedOutFromThe
       }
       EXPECT_EQ(Cell(row, view, "lgHeader_Laps").Integer, laps);
       EXPECT_EQ(Cell(row, view, "lgHeader_BestTm").Time, best);
-      // The gap to the leader: laps behind in the high bits, or the time at the line.
+      // The gap to the leader, judged where this car last crossed the line: the laps the
+      // leader had more by then in the high bits, else how long after the leader it
+      // completed the same lap.
       const KVTTIME gap = Cell(row, view, "lgHeader_Gap").Time;
       const int leaderLaps = Cell(rows.front(), view, "lgHeader_Laps").Integer;
+      const KVTTIME total = Cell(row, view, "lgHeader_TotalTm").Time;
+      std::vector<KVTTIME> leaderCrossings;
+      for (const SimPassing& passing : run.Passings) {
+        if (passing.Timeline == 0 && race.Competitors[passing.Competitor].ID == rows.front().RowID) {
+          leaderCrossings.push_back(passing.RunTime);
+        }
+      }
+      const auto leaderLapsByThen = static_cast<int>(
+          std::count_if(leaderCrossings.begin(), leaderCrossings.end(), [&](KVTTIME at) { return at <= total; }));
       if (i == 0) {
         EXPECT_EQ(gap, 0);
       } else if (laps == 0) {
         EXPECT_EQ(gap, KVTTIME_NULL);
-      } else if (laps < leaderLaps) {
-        EXPECT_EQ(gap, static_cast<KVTTIME>(leaderLaps - laps) << 48);
+      } else if (laps < leaderLapsByThen) {
+        EXPECT_EQ(gap, static_cast<KVTTIME>(leaderLapsByThen - laps) << 48);
         sawLapsBehind = true;
       } else {
-        EXPECT_EQ(gap, Cell(row, view, "lgHeader_TotalTm").Time - Cell(rows.front(), view, "lgHeader_TotalTm").Time);
-        EXPECT_GE(gap, 0);
+        ASSERT_LE(static_cast<std::size_t>(laps), leaderCrossings.size());
+        // Negative when this car completed the lap first: the two changed places on the
+        // track since, and the gap is unknown until it crosses again.
+        const KVTTIME atTheLine = total - leaderCrossings[static_cast<std::size_t>(laps) - 1];
+        EXPECT_EQ(gap, atTheLine < 0 ? KVTTIME_NULL : atTheLine);
+        sawSameLapBehindTheLeader = sawSameLapBehindTheLeader || (laps < leaderLaps && atTheLine >= 0);
       }
     }
     ++checked;
   }
   EXPECT_GT(checked, 30u);
-  EXPECT_TRUE(sawLapsBehind);
+  // Nobody is lapped in this short race; lapped cars are checked with steady laps below.
+  EXPECT_FALSE(sawLapsBehind);
+  EXPECT_TRUE(sawSameLapBehindTheLeader);
 }
 
 TEST(RaceViews, QualifyingIsOrderedByBestLapUnlessSortTypeAsksForLaps) {
@@ -324,4 +342,158 @@ TEST(RaceViewsDeathTest, EventParentsInACircleEndTheWalksOfTheViews) {
         std::exit(none && both ? 0 : 3);
       },
       ::testing::ExitedWithCode(0), "");
+}
+
+namespace {
+
+// Practice, qualifying and a race of a close field, so that the order by best lap and the
+// order by laps part often.
+const char kCloseMeeting[] = R"({
+  "track": {"name": "Test Ring", "length": 2.4,
+            "timelines": [{"id": 0, "name": "Finish", "position": 0}, {"id": 1, "name": "Split 1", "position": 0.8}]},
+  "events": [{"id": 1, "name": "Cup"}],
+  "meeting": {"break": 20},
+  "runs": [{"id": 1, "event": 1, "name": "Practice", "type": 0, "minutes": 5},
+           {"id": 2, "event": 1, "name": "Qualifying", "type": 1, "minutes": 5},
+           {"id": 3, "event": 1, "name": "Race", "type": 2, "laps": 8}],
+  "competitors": [{"id": 1, "number": "1", "first": "Al", "last": "Able", "pace": {"lap": 40, "spread": 2}},
+                  {"id": 2, "number": "2", "first": "Bo", "last": "Baker", "pace": {"lap": 40.2, "spread": 2}},
+                  {"id": 3, "number": "3", "first": "Cy", "last": "Cole", "pace": {"lap": 40.4, "spread": 2}},
+                  {"id": 4, "number": "4", "first": "Di", "last": "Dunn", "pace": {"lap": 40.6, "spread": 2}},
+                  {"id": 5, "number": "5", "first": "Ed", "last": "Eng", "pace": {"lap": 45, "spread": 0.5}}]
+})";
+
+RaceDescription CloseMeeting() {
+  RaceDescription race;
+  std::string error;
+  EXPECT_TRUE(ReadRaceDescription(kCloseMeeting, "close.json", race, error)) << error;
+  return race;
+}
+
+bool ShowsLaps(KVTTIME diff) { return diff != KVTTIME_NULL && (diff >> 48) != 0; }
+
+}  // namespace
+
+TEST(RaceViews, InPracticeAndQualifyingTheLeaderIsP1OfTheResultsAfterEachPassing) {
+  const RaceDescription race = CloseMeeting();
+  CRaceSimulation meeting(race, 7, false, 0, 0);
+  const std::string results = RaceViews::kResults;
+  const std::string info = RaceViews::kRunInfo;
+  std::size_t checked = 0;
+  std::size_t leaderNotMostLaps = 0;
+  for (KVTTIME next = meeting.NextEventTime(); next != KVTTIME_NULL && meeting.ActiveRun() < 2;
+       next = meeting.NextEventTime()) {
+    meeting.AdvanceTo(next);
+    for (DWORD run : {kRaceRunBit | 1, kRaceRunBit | 2}) {
+      const auto rows = RaceViews::Rows({results, run, -1}, meeting);
+      const ViewRowValues label = RaceViews::Rows({info, run, -1}, meeting).at(0);
+      ASSERT_FALSE(rows.empty());
+      const ViewRowValues& first = rows.front();
+      const std::string leader = Cell(label, info, "lgHeader_Leader").Text;
+      if (Cell(first, results, "lgHeader_BestTm").Time == KVTTIME_NULL) {
+        EXPECT_EQ(leader, "");
+        continue;
+      }
+      ASSERT_EQ(leader, Cell(first, results, "lgHeader_Name").Text) << "run " << (run & 0xFF) << " at " << next;
+      ++checked;
+      int mostLaps = 0;
+      for (const ViewRowValues& row : rows) mostLaps = std::max(mostLaps, Cell(row, results, "lgHeader_Laps").Integer);
+      if (Cell(first, results, "lgHeader_Laps").Integer < mostLaps) ++leaderNotMostLaps;
+    }
+  }
+  EXPECT_GT(checked, 50u);
+  // The two orders did part, so the test tells them apart.
+  EXPECT_GT(leaderNotMostLaps, 0u);
+}
+
+TEST(RaceViews, APracticeRunNeverShowsALapMarginOnlyTheBestLapDifference) {
+  const RaceDescription race = CloseMeeting();
+  CRaceSimulation meeting(race, 7, false, 0, 0);
+  const std::string results = RaceViews::kResults;
+  const std::string info = RaceViews::kRunInfo;
+  std::size_t margins = 0;
+  for (KVTTIME next = meeting.NextEventTime(); next != KVTTIME_NULL && meeting.ActiveRun() < 2;
+       next = meeting.NextEventTime()) {
+    meeting.AdvanceTo(next);
+    for (DWORD run : {kRaceRunBit | 1, kRaceRunBit | 2}) {
+      const auto rows = RaceViews::Rows({results, run, -1}, meeting);
+      const KVTTIME margin = Cell(RaceViews::Rows({info, run, -1}, meeting).at(0), info, "lgLabel_Margin_of_Victory").Time;
+      ASSERT_FALSE(ShowsLaps(margin)) << "run " << (run & 0xFF) << " at " << next;
+      const KVTTIME best1 = Cell(rows[0], results, "lgHeader_BestTm").Time;
+      const KVTTIME best2 = Cell(rows[1], results, "lgHeader_BestTm").Time;
+      if (best1 != KVTTIME_NULL && best2 != KVTTIME_NULL) {
+        EXPECT_EQ(margin, best2 - best1);
+        ++margins;
+      } else {
+        EXPECT_EQ(margin, KVTTIME_NULL);
+      }
+      for (const ViewRowValues& row : rows) {
+        EXPECT_FALSE(ShowsLaps(Cell(row, results, "lgHeader_Gap").Time));
+        EXPECT_FALSE(ShowsLaps(Cell(row, results, "lgHeader_Diff").Time));
+      }
+    }
+  }
+  EXPECT_GT(margins, 20u);
+}
+
+TEST(RaceViews, TheScheduleShowsTheRealStartOfAStartedRun) {
+  const RaceDescription race = CloseMeeting();
+  CRaceSimulation meeting(race, 7, false, 0, 1800000000);
+  const RaceViews::Request request{RaceViews::kSchedule, kRaceEventBit | 1, -1};
+  const auto startOf = [&](std::size_t run) {
+    return Cell(RaceViews::Rows(request, meeting).at(run), RaceViews::kSchedule, "lgHeader_DateTime").Dword;
+  };
+  const DWORD plannedSecond = startOf(1);
+  EXPECT_EQ(plannedSecond, meeting.UtcSeconds(meeting.PlannedStart(1)));
+  std::uint64_t revision = RaceViews::Revision(request, meeting);
+  while (meeting.Runs()[1].Phase == RunPhase::Waiting) meeting.AdvanceTo(meeting.Now() + kSecond);
+  const DWORD realStart = meeting.UtcSeconds(meeting.TimeOfDay(meeting.Runs()[1].StartAt));
+  // The plan allows a whole slow lap after the time is up; the run began earlier than that.
+  ASSERT_NE(realStart, plannedSecond);
+  EXPECT_EQ(startOf(1), realStart);
+  EXPECT_EQ(startOf(0), meeting.UtcSeconds(meeting.TimeOfDay(meeting.Runs()[0].StartAt)));
+  // The run not yet started still shows its plan.
+  EXPECT_EQ(startOf(2), meeting.UtcSeconds(meeting.PlannedStart(2)));
+  // Readers hear of the change.
+  EXPECT_NE(RaceViews::Revision(request, meeting), revision);
+}
+
+// Two cars with steady laps: the leader completes lap 2 while the other, a second and a
+// bit behind on the same lap, has done one lap. Until it crosses, its gap is the time it
+// was behind at the line, never "1 Lap".
+TEST(RaceViews, ACarOnTheLeadersLapShowsATimeGapWhileOnlyTheLeaderHasCrossed) {
+  RaceDescription race;
+  std::string error;
+  ASSERT_TRUE(ReadRaceDescription(R"({
+    "track": {"name": "Test Ring", "length": 2.4, "timelines": [{"id": 0, "name": "Finish", "position": 0}]},
+    "events": [{"id": 1, "name": "Cup"}],
+    "runs": [{"id": 1, "event": 1, "name": "Race", "type": 2, "laps": 5}],
+    "competitors": [{"id": 1, "number": "1", "last": "Able", "pace": {"lap": 40, "spread": 0.001}},
+                    {"id": 2, "number": "2", "last": "Baker", "pace": {"lap": 41, "spread": 0.001}},
+                    {"id": 3, "number": "3", "last": "Cole", "pace": {"lap": 60, "spread": 0.001}}]
+  })", "two.json", race, error)) << error;
+  CRaceSimulation meeting(race, 3, false, 0, 0);
+  const SimRun& run = meeting.Runs()[0];
+  while (run.Field[0].Laps < 2) meeting.AdvanceTo(meeting.NextEventTime());
+  ASSERT_EQ(run.Field[1].Laps, 1);
+  const std::string view = RaceViews::kResults;
+  const auto rows = RaceViews::Rows({view, kRaceRunBit | 1, -1}, meeting);
+  ASSERT_EQ(rows.at(1).RowID, 2u);
+  const KVTTIME behindAtTheLine = run.Field[1].LastCrossing - run.Passings.front().RunTime;
+  EXPECT_GT(behindAtTheLine, 0);
+  EXPECT_LT(behindAtTheLine, 3 * kSecond);
+  EXPECT_EQ(Cell(rows[1], view, "lgHeader_Gap").Time, behindAtTheLine);
+  EXPECT_EQ(Cell(rows[1], view, "lgHeader_Diff").Time, behindAtTheLine);
+  const KVTTIME margin = Cell(RaceViews::Rows({RaceViews::kRunInfo, kRaceRunBit | 1, -1}, meeting).at(0),
+                              RaceViews::kRunInfo, "lgLabel_Margin_of_Victory").Time;
+  EXPECT_EQ(margin, behindAtTheLine);
+  // The slow car has done its first lap, some 20 s after the leader did.
+  EXPECT_EQ(Cell(rows.at(2), view, "lgHeader_Gap").Time, run.Field[2].LastCrossing - run.Passings.front().RunTime);
+  // Once the leader has come round a second time before it completes its own second lap,
+  // it is a lap down.
+  while (run.Field[2].Laps < 2) meeting.AdvanceTo(meeting.NextEventTime());
+  ASSERT_EQ(run.Field[0].Laps, 3);
+  const auto later = RaceViews::Rows({view, kRaceRunBit | 1, -1}, meeting);
+  ASSERT_EQ(later.at(2).RowID, 3u);
+  EXPECT_EQ(Cell(later[2], view, "lgHeader_Gap").Time, KVTTIME{1} << 48);
 }

@@ -7,7 +7,7 @@
 // made of a frame must hold the payload as sent.
 //
 // Seeds: run the target once with --write-seeds=DIR to write a few well-formed streams
-// (the connect request, "connected", a snapshot) into DIR.
+// (the connect request, "connected", a snapshot, keep-alives between messages) into DIR.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -60,7 +60,17 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     std::string snapshot(1, '\x40');
     Append(snapshot, DataEncoder::Snapshot(*model));
     std::ofstream(directory + "/seed-snapshot", std::ios::binary) << snapshot;
-    std::printf("3 seeds written to %s\n", directory.c_str());
+    // Keep-alive frames, the link's own, before, between and after messages.
+    std::string keepAlive(1, '\x02');
+    const std::vector<BYTE> alive = linkframe::KeepAliveFrame();
+    keepAlive.append(reinterpret_cast<const char*>(alive.data()), alive.size());
+    Append(keepAlive, DataEncoder::Connected());
+    keepAlive.append(reinterpret_cast<const char*>(alive.data()), alive.size());
+    Append(keepAlive, new CModuleMessage(0x8020, kZolServerClass, 0, 0));
+    const std::vector<BYTE> refused = linkframe::RefusedFrame();
+    keepAlive.append(reinterpret_cast<const char*>(refused.data()), refused.size());
+    std::ofstream(directory + "/seed-keepalive", std::ios::binary) << keepAlive;
+    std::printf("4 seeds written to %s\n", directory.c_str());
     std::exit(0);
   }
   return 0;

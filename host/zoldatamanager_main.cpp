@@ -1,7 +1,8 @@
 // zoldatamanager: the data manager stand-in in a process of its own. It connects to the
 // data manager link of a zolhost, plays the race of a JSON file and speaks to the module
 // in frames: each frame it receives is answered as the stand-in answers the message, and
-// at the stand-in's clock it sends what the race brings.
+// at the stand-in's clock it sends what the race brings. Both sides send a keep-alive
+// frame when they have sent nothing else for 2 s, and a zolhost silent for 10 s is lost.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -20,14 +21,26 @@
 namespace {
 
 constexpr int kWriteTimeoutMilliseconds = 5000;
+constexpr int kKeepAliveIntervalMilliseconds = 2000;
+constexpr int kSilenceTimeoutMilliseconds = 10000;
+// Short, so that a signal during an attempt still ends the program at once.
+constexpr int kConnectTimeoutMilliseconds = 1000;
+constexpr int kReconnectPauseMilliseconds = 1000;
+
+// Exit statuses.
+constexpr int kExitLinkFailed = 1;  // cannot connect, or zolhost sent a bad frame
+constexpr int kExitRefused = 3;     // zolhost turned this data manager away
+constexpr int kExitLost = 4;        // zolhost closed the link, fell silent or took no data
 
 struct Options {
   std::string Address;
   std::uint16_t Port = 0;
   std::string RaceFile;
   RacePlayOptions Race;
+  std::string CodePage = "CP1252";
   bool Verbose = false;
   bool Help = false;
+  bool Reconnect = false;
 };
 
 std::string Usage() {
@@ -44,12 +57,20 @@ std::string Usage() {
          "  --seed N             seeds the race: the same seed and file play the same meeting\n"
          "                       (0 to 4294967295; default 1)\n"
          "  --race-loop          start the meeting again after its last run\n"
+         "  --code-page NAME     code page the race file's text is sent in; give zolhost's\n"
+         "                       --code-page (default CP1252; UTF-8 keeps every character)\n"
+         "  --reconnect          when the link cannot be made, is refused or is lost, try\n"
+         "                       again every second instead of exiting\n"
          "  --verbose            one line per frame in and out, with ID and payload size\n"
          "  --help               show this text\n"
          "\n"
-         "Exit status: 0 after a signal or when zolhost closes the link, 1 when the link\n"
-         "cannot be made, zolhost sends a bad frame or takes no data for 5 s, 2 for bad\n"
-         "arguments or a race file that cannot be read.\n";
+         "Exit status (with --reconnect only 0 and 2):\n"
+         "  0  after SIGINT or SIGTERM\n"
+         "  1  the link cannot be made, or zolhost sent a bad frame\n"
+         "  2  bad arguments, or a race file that cannot be read\n"
+         "  3  zolhost refused the link: another data manager holds it\n"
+         "  4  zolhost was lost: it closed the link, sent nothing for 10 s or took no data\n"
+         "     for 5 s\n";
 }
 
 bool Parse(const std::vector<std::string>& arguments, Options& options, std::string& error) {
@@ -70,6 +91,8 @@ bool Parse(const std::vector<std::string>& arguments, Options& options, std::str
       options.Verbose = true;
     } else if (argument == "--race-loop") {
       options.Race.Loop = true;
+    } else if (argument == "--reconnect") {
+      options.Reconnect = true;
     } else if (argument == "--connect") {
       if (!value()) return false;
       if (!ParseAddressAndPort(text, options.Address, options.Port)) {
@@ -79,6 +102,13 @@ bool Parse(const std::vector<std::string>& arguments, Options& options, std::str
     } else if (argument == "--race") {
       if (!value()) return false;
       options.RaceFile = text;
+    } else if (argument == "--code-page") {
+      if (!value()) return false;
+      if (text.empty()) {
+        error = "bad --code-page '': expected a code page name such as CP1252 or UTF-8";
+        return false;
+      }
+      options.CodePage = text;
     } else if (argument == "--race-speed") {
       if (!value()) return false;
       if (!ParseRaceSpeed(text, options.Race.Speed)) {
@@ -116,49 +146,48 @@ std::string Hex(unsigned value) {
   return text;
 }
 
-// The conversation with zolhost, on a thread of its own; ends the main thread's wait by a
-// termination signal when the link ends.
+using Clock = std::chrono::steady_clock;
+
+// How a link ended: the line that says why and the exit status it gives.
+struct LinkEnd {
+  std::string Line;
+  int Status = kExitLinkFailed;
+};
+
+// The conversations with zolhost, one link after the other, on a thread of their own.
+// Ends the main thread's wait by a termination signal when the program is to exit.
 class CConversation {
  public:
-  CConversation(int socket, CDataManagerPeer& peer, bool verbose) : Socket(socket), Peer(peer), Verbose(verbose) {}
+  CConversation(const Options& options, CDataManagerPeer& peer) : Settings(options), Peer(peer) {}
 
   void Run() {
-    using Clock = std::chrono::steady_clock;
-    const auto interval = std::chrono::milliseconds(Peer.PeerTimerInterval());
-    auto nextClock = Clock::now() + interval;
-    std::vector<BYTE> chunk(64 * 1024);
+    const std::string where = Settings.Address + ":" + std::to_string(Settings.Port);
+    std::string lastLine;
     while (!Stopping) {
-      const auto untilClock = std::chrono::duration_cast<std::chrono::microseconds>(nextClock - Clock::now()).count();
-      const long wait = untilClock < 0 ? 0 : (untilClock > 100000 ? 100000 : static_cast<long>(untilClock));
-      if (platform::WaitReadable(Socket, wait)) {
-        const long got = platform::ReceiveSome(Socket, chunk.data(), chunk.size());
-        if (got == 0) {
-          End(Decoder.InsideFrame() ? "zolhost closed the link inside a frame" : "zolhost closed the link", 0);
-          return;
-        }
-        if (got < 0) {
-          End("reading from zolhost failed", 1);
-          return;
-        }
-        Decoder.Feed(chunk.data(), static_cast<std::size_t>(got));
-        linkframe::Frame frame;
-        while (true) {
-          const auto result = Decoder.Next(frame);
-          if (result == linkframe::CFrameDecoder::Result::NeedMore) break;
-          if (result == linkframe::CFrameDecoder::Result::Error) {
-            End("zolhost sent a bad frame: " + Decoder.Error(), 1);
-            return;
-          }
-          if (Verbose) Say("frame in: id " + Hex(frame.ID) + ", " + std::to_string(frame.Payload.size()) + " bytes");
-          std::unique_ptr<CModuleMessage> message(linkframe::ToMessage(frame));
-          if (!SendAll(Peer.Receive(*message))) return;
-        }
+      LinkEnd end;
+      const int socket = platform::TcpConnectWithin(Settings.Address, Settings.Port, kConnectTimeoutMilliseconds);
+      if (socket < 0) {
+        end = {"cannot connect to zolhost at " + where, kExitLinkFailed};
+      } else {
+        Say("connected to " + where + ", plays " + Settings.RaceFile);
+        lastLine.clear();
+        end = Converse(socket);
+        // The orderly close: zolhost reads the end of the stream after the last frame.
+        platform::ShutdownDrainClose(socket);
+        ForgetTheModule();
       }
-      if (Clock::now() >= nextClock) {
-        nextClock += interval;
-        if (nextClock < Clock::now()) nextClock = Clock::now() + interval;
-        if (!SendAll(Peer.OnPeerTimer())) return;
+      if (Stopping) return;
+      if (!Settings.Reconnect) {
+        Say(end.Line);
+        ExitStatus = end.Status;
+        EndedByLink = true;
+        platform::RaiseTermination();
+        return;
       }
+      // One line per change, not one per attempt while zolhost stays away.
+      if (end.Line != lastLine) Say(end.Line + "; trying again every second");
+      lastLine = end.Line;
+      Pause(kReconnectPauseMilliseconds);
     }
   }
 
@@ -168,40 +197,109 @@ class CConversation {
   bool Ended() const { return EndedByLink.load(); }
 
  private:
-  // Sends each message as a frame and frees it; false once the link broke.
-  bool SendAll(std::vector<CModuleMessage*> messages) {
+  LinkEnd Converse(int socket) {
+    const auto interval = std::chrono::milliseconds(Peer.PeerTimerInterval());
+    auto nextClock = Clock::now() + interval;
+    auto lastHeard = Clock::now();
+    linkframe::CFrameDecoder decoder;
+    std::vector<BYTE> chunk(64 * 1024);
+    LinkEnd end;
+    // The first frame at once: zolhost lets a connection go that sends none within 5 s.
+    if (!Send(socket, linkframe::KeepAliveFrame(), "keep-alive", end)) return end;
+    while (!Stopping) {
+      const auto untilClock = std::chrono::duration_cast<std::chrono::microseconds>(nextClock - Clock::now()).count();
+      const long wait = untilClock < 0 ? 0 : (untilClock > 100000 ? 100000 : static_cast<long>(untilClock));
+      if (platform::WaitReadable(socket, wait)) {
+        const long got = platform::ReceiveSome(socket, chunk.data(), chunk.size());
+        if (got == 0) {
+          return {decoder.InsideFrame() ? "zolhost closed the link inside a frame" : "zolhost closed the link", kExitLost};
+        }
+        if (got < 0) return {"the link to zolhost broke", kExitLost};
+        lastHeard = Clock::now();
+        decoder.Feed(chunk.data(), static_cast<std::size_t>(got));
+        linkframe::Frame frame;
+        while (true) {
+          const auto result = decoder.Next(frame);
+          if (result == linkframe::CFrameDecoder::Result::NeedMore) break;
+          if (result == linkframe::CFrameDecoder::Result::Error) {
+            return {"zolhost sent a bad frame: " + decoder.Error(), kExitLinkFailed};
+          }
+          if (Settings.Verbose) {
+            Say("frame in: id " + Hex(frame.ID) + ", " + std::to_string(frame.Payload.size()) + " bytes");
+          }
+          if (frame.ID == linkframe::kRefusedID) {
+            return {"zolhost refused the link: another data manager is connected to it", kExitRefused};
+          }
+          if (frame.ID == linkframe::kKeepAliveID) continue;
+          std::unique_ptr<CModuleMessage> message(linkframe::ToMessage(frame));
+          if (!SendAll(socket, Peer.Receive(*message), end)) return end;
+        }
+      }
+      if (Clock::now() - lastHeard >= std::chrono::milliseconds(kSilenceTimeoutMilliseconds)) {
+        return {"zolhost lost: nothing came for " + std::to_string(kSilenceTimeoutMilliseconds / 1000) + " s", kExitLost};
+      }
+      if (Clock::now() >= nextClock) {
+        nextClock += interval;
+        if (nextClock < Clock::now()) nextClock = Clock::now() + interval;
+        if (!SendAll(socket, Peer.OnPeerTimer(), end)) return end;
+      }
+      if (Clock::now() - LastSent >= std::chrono::milliseconds(kKeepAliveIntervalMilliseconds) &&
+          !Send(socket, linkframe::KeepAliveFrame(), "keep-alive", end)) {
+        return end;
+      }
+    }
+    return end;
+  }
+
+  // Sends each message as a frame and frees it; false once the link broke, with `end` set.
+  bool SendAll(int socket, std::vector<CModuleMessage*> messages, LinkEnd& end) {
     bool ok = true;
     for (CModuleMessage* raw : messages) {
       std::unique_ptr<CModuleMessage> message(raw);
-      if (!ok) continue;
-      const std::vector<BYTE> frame = linkframe::Encode(*message);
-      if (Verbose) Say("frame out: id " + Hex(message->ID) + ", " + std::to_string(message->GetFilled()) + " bytes");
-      const auto result = platform::SendAllWithin(Socket, frame.data(), frame.size(), kWriteTimeoutMilliseconds);
-      if (result != platform::SendAllResult::Sent) {
-        // A write fails when zolhost has closed the link (or reset it while closing):
-        // the same end as when the read side sees it.
-        if (result == platform::SendAllResult::TimedOut) {
-          End("zolhost took no data for 5 s; link closed", 1);
-        } else {
-          End("zolhost closed the link (a write failed)", 0);
-        }
-        ok = false;
-      }
+      if (ok) ok = Send(socket, linkframe::Encode(*message), "message", end);
     }
     return ok;
   }
 
-  void End(const std::string& line, int status) {
-    Say(line);
-    ExitStatus = status;
-    EndedByLink = true;
-    platform::RaiseTermination();
+  bool Send(int socket, const std::vector<BYTE>& frame, const char* what, LinkEnd& end) {
+    if (Settings.Verbose) {
+      const unsigned id = static_cast<unsigned>(frame[4]) | static_cast<unsigned>(frame[5]) << 8;
+      Say("frame out: id " + Hex(id) + ", " + std::to_string(frame.size() - linkframe::kHeaderBytes) + " bytes (" +
+          what + ")");
+    }
+    const auto result = platform::SendAllWithin(socket, frame.data(), frame.size(), kWriteTimeoutMilliseconds);
+    if (result == platform::SendAllResult::Sent) {
+      LastSent = Clock::now();
+      return true;
+    }
+    // A write fails when zolhost has closed the link (or reset it while closing): the
+    // same end as when the read side sees it.
+    end = result == platform::SendAllResult::TimedOut
+              ? LinkEnd{"zolhost took no data for " + std::to_string(kWriteTimeoutMilliseconds / 1000) + " s; link closed",
+                        kExitLost}
+              : LinkEnd{"zolhost closed the link (a write failed)", kExitLost};
+    return false;
   }
 
-  int Socket;
+  // After a link ends the stand-in is as after the module's disconnect: it sends nothing
+  // until the next zolhost asks it to connect.
+  void ForgetTheModule() {
+    CModuleMessage disconnect(1, kDataManagerClass, 0, 0);
+    for (CModuleMessage* reply : Peer.Receive(disconnect)) delete reply;
+  }
+
+  // Waits before the next attempt; the race clock goes on meanwhile and a stop ends it.
+  void Pause(int milliseconds) {
+    const auto until = Clock::now() + std::chrono::milliseconds(milliseconds);
+    while (!Stopping && Clock::now() < until) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(Peer.PeerTimerInterval()));
+      for (CModuleMessage* message : Peer.OnPeerTimer()) delete message;
+    }
+  }
+
+  const Options& Settings;
   CDataManagerPeer& Peer;
-  bool Verbose;
-  linkframe::CFrameDecoder Decoder;
+  Clock::time_point LastSent = Clock::now();
   std::atomic<bool> Stopping{false};
   std::atomic<bool> EndedByLink{false};
   std::atomic<int> ExitStatus{0};
@@ -222,25 +320,21 @@ int main(int argc, char** argv) {
     return 0;
   }
   CDataManagerPeer peer(platform::LocalIPv4Address(), options.Race);
+  peer.GetStandIn().SetCodePage(options.CodePage);
   if (!peer.LoadRace(options.RaceFile, error)) {
     Say(error);
     return 2;
   }
-  const std::string where = options.Address + ":" + std::to_string(options.Port);
-  const int socket = platform::TcpConnect(options.Address, options.Port);
-  if (socket < 0) {
-    Say("cannot connect to zolhost at " + where);
-    return 1;
+  // With --verbose only: a refused or failed start stays one line.
+  if (const std::size_t lost = peer.GetStandIn().NamesLosingCharacters(); lost > 0 && options.Verbose) {
+    Say(std::to_string(lost) + (lost == 1 ? " name" : " names") + " of the race file lost characters that code page " +
+        options.CodePage + " cannot hold (shown as \"?\"); --code-page UTF-8 keeps them");
   }
-  Say("connected to " + where + ", plays " + options.RaceFile);
-
-  CConversation conversation(socket, peer, options.Verbose);
+  CConversation conversation(options, peer);
   std::thread worker([&] { conversation.Run(); });
   const int signal = platform::WaitForTerminationSignal();
   conversation.Stop();
   worker.join();
-  // The orderly close: zolhost reads the end of the stream after the last frame.
-  platform::ShutdownDrainClose(socket);
   if (conversation.Ended()) return conversation.Status();
   Say("signal " + std::to_string(signal) + ", stopping");
   return 0;

@@ -46,13 +46,16 @@ check_layout() {
   for file in bin/zolhost bin/zolclient lib/zolserver/libzolserver.so \
               share/zolserver/examples/Config/ZOLServer.ini share/zolserver/examples/race.json \
               share/zolserver/examples/site/index.zol share/man/man1/zolhost.1.gz \
-              share/man/man1/zolclient.1.gz lib/systemd/system/zolhost.service; do
+              share/man/man1/zolclient.1.gz lib/systemd/system/zolhost.service \
+              lib/systemd/system/zoldatamanager.service; do
     [ -f "$root/$file" ] || fail "$root/$file is missing"
   done
   # The module is found in its own folder, not beside the program.
   [ ! -e "$root/bin/libzolserver.so" ] || fail "$root/bin/libzolserver.so should not be installed"
   grep -qxF "ExecStart=$program --appdir /var/lib/zolserver \$ZOLHOST_OPTIONS" \
     "$root/lib/systemd/system/zolhost.service" || fail "the unit does not run $program"
+  grep -qxF "ExecStart=${program%zolhost}zoldatamanager \$ZOLDATAMANAGER_OPTIONS" \
+    "$root/lib/systemd/system/zoldatamanager.service" || fail "the data manager's unit does not run zoldatamanager"
   local page
   for page in zolhost zolclient; do
     zcat "$root/share/man/man1/$page.1.gz" | grep -q "^\.TH ${page^^} 1" || fail "manual page of $page unreadable"

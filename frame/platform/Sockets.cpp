@@ -351,6 +351,32 @@ int TcpConnectWithSmallSegments(const std::string& host, std::uint16_t port, int
   return ConnectTcp(host, port, receiveBufferBytes, maxSegmentBytes);
 }
 
+int TcpConnectWithin(const std::string& host, std::uint16_t port, int timeoutMilliseconds) {
+  sockaddr_in address{};
+  if (!MakeAddress(host, port, address)) return kNoSocket;
+  const int s = OpenTcpSocket();
+  if (s < 0) return kNoSocket;
+  const int flags = fcntl(s, F_GETFL, 0);
+  if (flags < 0 || fcntl(s, F_SETFL, flags | O_NONBLOCK) != 0) {
+    close(s);
+    return kNoSocket;
+  }
+  int result = connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  if (result != 0 && (errno == EINPROGRESS || errno == EINTR)) {
+    int error = 0;
+    socklen_t length = sizeof error;
+    result = WaitFor(s, POLLOUT, static_cast<long>(timeoutMilliseconds) * 1000) &&
+                     getsockopt(s, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error == 0
+                 ? 0
+                 : -1;
+  }
+  if (result != 0 || fcntl(s, F_SETFL, flags) != 0) {
+    close(s);
+    return kNoSocket;
+  }
+  return s;
+}
+
 int OpenUdpSocket() { return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); }
 
 bool JoinMulticastGroup(int socket, const std::string& group, const std::string& interfaceAddress) {

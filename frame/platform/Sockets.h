@@ -104,6 +104,8 @@ int TcpConnect(const std::string& host, std::uint16_t port, int receiveBufferByt
 // that never reads ties up little of the peer's memory (for tests).
 int TcpConnectWithSmallSegments(const std::string& host, std::uint16_t port, int receiveBufferBytes,
                                 int maxSegmentBytes);
+// As TcpConnect, giving up after `timeoutMilliseconds` (-1 then too).
+int TcpConnectWithin(const std::string& host, std::uint16_t port, int timeoutMilliseconds);
 
 // ---- UDP multicast -------------------------------------------------------------------
 int OpenUdpSocket();
