@@ -40,6 +40,15 @@ class AdminPageFixture {
     return *Server;
   }
 
+  // A server without ports and with one site "main" whose root is the folder "site",
+  // holding `file` with `text`; returns the root.
+  std::string StartWithOneSite(const std::string& file, const std::string& text) {
+    const std::string root = Scope.Folder.Path() + "/site";
+    Scope.Folder.Write("site/" + file, text);
+    Start("[ports]\ncount=0\n[sites]\ncount=1\nsite0=main\n[main]\nroot=" + root + "\n");
+    return root;
+  }
+
   CWebPage* Page(const std::string& path) const { return Server->WebServerFindPage(path); }
 
   CKVTHttpResponse Get(const std::string& path, const std::map<std::string, std::string>& attributes = {}) {

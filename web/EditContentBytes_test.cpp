@@ -167,9 +167,7 @@ BrowserForm ReadForm(const std::string& pageHtml) {
 struct Editor : ::testing::Test {
   void SetUp() override {
     ASSERT_TRUE(admin.PtyOk);
-    Root = admin.Scope.Folder.Path() + "/site";
-    admin.Scope.Folder.Write("site/css/a.css", "a { }\n");
-    admin.Start("[ports]\ncount=0\n[sites]\ncount=1\nsite0=main\n[main]\nroot=" + Root + "\n");
+    Root = admin.StartWithOneSite("css/a.css", "a { }\n");
     ASSERT_EQ(admin.Server->GetSites().size(), 1u);
   }
 

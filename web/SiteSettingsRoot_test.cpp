@@ -18,9 +18,7 @@ namespace {
 struct Settings : ::testing::Test {
   void SetUp() override {
     ASSERT_TRUE(admin.PtyOk);
-    Root = admin.Scope.Folder.Path() + "/site";
-    admin.Scope.Folder.Write("site/a.css", "a");
-    admin.Start("[ports]\ncount=0\n[sites]\ncount=1\nsite0=main\n[main]\nroot=" + Root + "\n");
+    Root = admin.StartWithOneSite("a.css", "a");
     ASSERT_EQ(admin.Server->GetSites().size(), 1u);
   }
   CZOLServerSite& Site() { return *admin.Server->GetSites()[0]; }
