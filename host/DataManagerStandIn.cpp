@@ -1,5 +1,6 @@
 #include "host/DataManagerStandIn.h"
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <sstream>
@@ -218,11 +219,11 @@ std::vector<CModuleMessage*> CDataManagerStandIn::AdvanceRaceTime(KVTTIME raceTi
   return out;
 }
 
-std::vector<CModuleMessage*> CDataManagerStandIn::OnClock() {
-  const auto now = std::chrono::steady_clock::now();
+std::vector<CModuleMessage*> CDataManagerStandIn::OnClock(std::chrono::steady_clock::time_point now) {
   const auto last = LastClock.value_or(now);
   LastClock = now;
-  const double real = std::chrono::duration<double, std::micro>(now - last).count();
+  const auto gap = std::clamp<std::chrono::steady_clock::duration>(now - last, {}, kLongestClockGap);
+  const double real = std::chrono::duration<double, std::micro>(gap).count();
   RaceTimeCarry += real * Play.Speed;
   const double whole = std::floor(RaceTimeCarry);
   RaceTimeCarry -= whole;

@@ -50,7 +50,10 @@ class CDataManagerStandIn {
   std::vector<CModuleMessage*> OnMessage(const CModuleMessage& message);
   // Called often (every 100 ms or so): moves the race on by the real time passed since
   // the last call, times the speed, and returns what the data manager sends unasked.
-  std::vector<CModuleMessage*> OnClock();
+  // A longer gap (the process stopped or starved) counts as kLongestClockGap: the race
+  // holds while the data manager stands still instead of jumping on when it wakes.
+  std::vector<CModuleMessage*> OnClock(std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
+  static constexpr std::chrono::milliseconds kLongestClockGap{1000};
   // The same for a given stretch of race time, for tests.
   std::vector<CModuleMessage*> AdvanceRaceTime(KVTTIME raceTime);
 

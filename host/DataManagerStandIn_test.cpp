@@ -256,3 +256,26 @@ TEST(DataManagerStandIn, AViewItDoesNotServeIsNotAnsweredAndNothingIsSentBeforeT
   request.Reset();
   EXPECT_TRUE(standIn.OnMessage(request).empty());
 }
+
+TEST(DataManagerStandIn, TheRaceHoldsWhileTheDataManagerStandsStillInsteadOfJumpingOn) {
+  // A stopped or starved process: the clock comes 12 s late. The race moves on by one
+  // second at most, as if the stand-in had held its clock meanwhile.
+  CDataManagerStandIn standIn(1, LocalComputerForTests());
+  std::string error;
+  ASSERT_TRUE(standIn.LoadRaceFile(std::string(ZOL_SOURCE_DIR) + "/examples/race.json", error)) << error;
+  const auto dropAll = [](std::vector<CModuleMessage*> messages) {
+    for (CModuleMessage* message : messages) delete message;
+  };
+  const auto start = std::chrono::steady_clock::time_point{} + std::chrono::hours(1);
+  dropAll(standIn.OnClock(start));
+  const KVTTIME before = standIn.GetMeeting()->Now();
+  dropAll(standIn.OnClock(start + std::chrono::milliseconds(100)));
+  EXPECT_EQ(standIn.GetMeeting()->Now() - before, kSecond / 10);
+  const KVTTIME beforeStall = standIn.GetMeeting()->Now();
+  dropAll(standIn.OnClock(start + std::chrono::milliseconds(100) + std::chrono::seconds(12)));
+  EXPECT_EQ(standIn.GetMeeting()->Now() - beforeStall, kSecond);
+  // Then on at the usual pace.
+  const KVTTIME afterStall = standIn.GetMeeting()->Now();
+  dropAll(standIn.OnClock(start + std::chrono::milliseconds(200) + std::chrono::seconds(12)));
+  EXPECT_EQ(standIn.GetMeeting()->Now() - afterStall, kSecond / 10);
+}
