@@ -71,7 +71,8 @@ void CZOLOutputPort::Run() {
 
 void CZOLOutputPort::UpdatePage(DWORD key, BYTE sequence, const PacketBlocks& packets) {
   Guarded("CZOLOutputPort::UpdatePage()", [&] {
-    if (Running.load() == 0) return;
+    // A page without packets has nothing to send and must not block its key.
+    if (Running.load() == 0 || packets.empty()) return;
     std::lock_guard<std::mutex> lock(QueueMutex);
     BYTE& queued = InQueue[key];
     if (queued != 0) return;  // the waiting version goes out; a newer one comes by its repeat

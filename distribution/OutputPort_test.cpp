@@ -125,6 +125,22 @@ TEST(OutputPort, AfterTheLastPacketLeavesTheNextUpdateIsAccepted) {
   delete[] last;
 }
 
+TEST(OutputPort, PageWithoutPacketsQueuesNothingAndDoesNotBlockItsKey) {
+  // A page held back before its first export has no packets yet; handing it on must not
+  // mark it queued, or its first real version would never be taken.
+  PacketSizeScope size(128);
+  RecordingPort port(1);
+  port.Start();
+  const DWORD key = wire::MakePageKey(1, 9, 2);
+  port.UpdatePage(key, 1, PacketBlocks());
+  EXPECT_EQ(port.GetQueueLength(), 0u);
+  EXPECT_EQ(port.GetInQueue()[key], 0);
+  std::vector<std::vector<BYTE>> storage;
+  port.UpdatePage(key, 2, MakeBlocks(key, 2, storage));
+  EXPECT_EQ(port.GetQueueLength(), 2u);
+  EXPECT_EQ(port.GetPageSequences()[key], 2);
+}
+
 TEST(OutputPort, LowestKeyGoesFirstSoALevelZeroPageOvertakes) {
   PacketSizeScope size(128);
   RecordingPort port(1);

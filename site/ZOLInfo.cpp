@@ -113,7 +113,9 @@ BOOL CZOLInfo::ZOLImport(const std::string& text) {
 std::string CZOLInfo::ZOLExport() {
   return Guarded("CZOLInfo::ZOLExport()", [&]() -> std::string {
     std::string value = "-";
-    if (m_columnKey.empty() || m_column == -1) {
+    if (!m_columnKey.empty() && m_view == nullptr && m_lastViewValue.has_value()) {
+      value = *m_lastViewValue;
+    } else if (m_columnKey.empty() || m_column == -1) {
       value = m_text;
     } else if (m_view != nullptr && !m_view->GetSortedRows().empty()) {
       const CRMViewRow* row = m_view->GetSortedRows().front();
@@ -132,6 +134,7 @@ std::string CZOLInfo::ZOLExport() {
         }
       }
     }
+    if (!m_columnKey.empty() && m_view != nullptr && m_column != -1) m_lastViewValue = value;
     CXmlDocument document;
     if (!document.Parse(m_source) || !document.FindElement("zol_label")) return std::string();
     document.SetData(value, false);

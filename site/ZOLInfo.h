@@ -4,6 +4,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 
 #include "frame/Parameters.h"
@@ -47,6 +48,9 @@ class CZOLInfo : public CRMViewObserver, public CZOLInfoSubject {
   std::string m_text;
   std::string m_source;
   std::string m_lastExport;
+  // The last value a view gave: shown once the view is gone with the data manager, so
+  // that a page keeps its values instead of the label's tag.
+  std::optional<std::string> m_lastViewValue;
   std::string m_viewName = "lgView_RunInfo";
   std::string m_columnKey;
   int m_column = -1;

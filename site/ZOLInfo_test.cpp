@@ -341,6 +341,17 @@ TEST_F(ZOLInfoData, ColumnThatTheViewLacksShowsTheCanonicalTag) {
   EXPECT_EQ(label.ZOLExport(), "<zol_label type=\"bestlapby\">&lt;zol_labeltype=\"bestlapby\"/&gt;</zol_label>");
 }
 
+TEST_F(ZOLInfoData, LabelKeepsItsLastValueWhenItsViewGoesWithTheDataManager) {
+  CZOLInfo label(0, static_cast<int>(kEvent), &link.comm);
+  ASSERT_EQ(label.ZOLImport("<zol_label type=\"leader\"/>"), TRUE);
+  label.Import(static_cast<int>(kRun));
+  Deliver(label.GetView());
+  link.comm.OnModifyModule(kDataManagerClass, 1, LocalComputerForTests(), FALSE);
+  EXPECT_EQ(label.GetView(), nullptr);
+  // Not the label's tag: a page written meanwhile keeps what its clients have.
+  EXPECT_EQ(label.ZOLExport(), "<zol_label type=\"leader\">Ann</zol_label>");
+}
+
 TEST_F(ZOLInfoData, CellTextIsEscapedByTheWriteOut) {
   CZOLInfo label(0, static_cast<int>(kEvent), &link.comm);
   ASSERT_EQ(label.ZOLImport("<zol_label type=\"leader\"/>"), TRUE);

@@ -85,12 +85,14 @@ void CZOLServerPage::DeleteLiveObjects() {
 }
 
 BOOL CZOLServerPage::Initialize(CRMComm* comm, int eventId, const std::string& rootDir, int runId,
-                                const std::string& content) {
+                                const std::string& content, int activeRunId) {
   return Guarded("CZOLServerPage::Initialize()", [&]() -> BOOL {
     Clear();
     m_comm = comm;
     m_eventId = eventId;
     m_runId = runId;
+    m_followsActiveRun = false;
+    m_activeRunId = activeRunId;
     std::string text = content;
     if (text.empty()) {
       if (!FileImport(rootDir)) {
@@ -208,7 +210,10 @@ std::string CZOLServerPage::ZOLImportResultsTemplate(const std::string& text) {
     } else {
       CRun* run = nullptr;
       if (m_runId == -1) {
-        run = data != nullptr ? data->GetActiveRun() : nullptr;
+        m_followsActiveRun = true;
+        if (data != nullptr) {
+          run = m_activeRunId != -1 ? data->GetRun(static_cast<DWORD>(m_activeRunId)) : data->GetActiveRun();
+        }
         if (run == nullptr) return std::string();
         m_runId = static_cast<int>(run->UniqueID);
       } else if (data != nullptr) {

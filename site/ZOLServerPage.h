@@ -25,8 +25,11 @@ class CZOLServerPage : public COutputPage, public CZOLServerTableObserver, publi
   ~CZOLServerPage() override;
 
   // Reads the template (from `content`, or from the file under `rootDir` when it is
-  // empty) and builds the chunks. 1, or 0 when the file can't be read.
-  BOOL Initialize(CRMComm* comm, int eventId, const std::string& rootDir, int runId, const std::string& content);
+  // empty) and builds the chunks. 1, or 0 when the file can't be read. With `runId` -1 a
+  // table takes the active run: `activeRunId`, or the data's when that is -1 too (a run
+  // change is told before the data's active run follows).
+  BOOL Initialize(CRMComm* comm, int eventId, const std::string& rootDir, int runId, const std::string& content,
+                  int activeRunId = -1);
   void Clear();
 
   void ZOLImport(const std::string& text);
@@ -56,6 +59,11 @@ class CZOLServerPage : public COutputPage, public CZOLServerTableObserver, publi
   const std::vector<CZOLServerTable*>& GetWaitingTables() const { return m_waitingTables; }
   const std::vector<CZOLInfo*>& GetWaitingLabels() const { return m_waitingLabels; }
   bool IsExportDue() const { return m_exportDue; }
+  // True while a table or label has not yet had its first data.
+  bool IsWaiting() const { return !m_waitingTables.empty() || !m_waitingLabels.empty(); }
+  // True when the page was read without a run of its own and a table on it asked for the
+  // active run: it moves to the next active run with the run-bound pages.
+  bool FollowsActiveRun() const { return m_followsActiveRun; }
   const std::string& GetVersion() const { return m_version; }
   const std::string& GetPageIdText() const { return m_pageId; }
   const std::string& GetType() const { return m_type; }
@@ -88,6 +96,8 @@ class CZOLServerPage : public COutputPage, public CZOLServerTableObserver, publi
   long m_nextLabelId = 0;
   long m_nextIncludeId = 0;
   DWORD m_importing = 0;
+  bool m_followsActiveRun = false;
+  int m_activeRunId = -1;
   DWORD m_fileChanged = 0;
   // Set when a live object changed; cleared by the export.
   bool m_exportDue = false;

@@ -82,6 +82,7 @@ bool CZOLServerSite::IsWellKnown(const COutputPage* page) const {
 
 void CZOLServerSite::DeletePages() {
   UpdatedPages.clear();
+  HeldPages.clear();
   std::map<DWORD, COutputPage*> pages;
   pages.swap(Pages);
   for (auto& [number, page] : pages) {
@@ -142,7 +143,7 @@ void CZOLServerSite::Build(const std::string& rootDir, int eventId, BOOL force) 
     // again from the export, so that what is handed on below is the page itself.
     for (CZOLServerPage* page : templates) {
       UpdatePageIncludes(page);
-      page->BuildPackets();
+      if (!HoldBack(page)) page->BuildPackets();
     }
     if (dropQueued) {
       ClearAllPackets(SiteId);
@@ -237,6 +238,7 @@ void CZOLServerSite::OnActiveRunChanged(CRun* run) {
     m_activeRun = run;
     m_infoPage->RunConnect(run);
     if (run == nullptr) return;
+    ImportFollowingPages(run);
     ImportCurrentRun(run, FALSE);
     for (CZOLServerPage* page : RunBoundPages()) {
       UpdatePageIncludes(page);
@@ -250,11 +252,58 @@ void CZOLServerSite::OnActiveRunChanged(CRun* run) {
   });
 }
 
+void CZOLServerSite::ImportFollowingPages(const CRun* run) {
+  Guarded("CZOLServerSite::ImportFollowingPages()", [&] {
+    std::vector<CZOLServerPage*> following;
+    for (const auto& [number, page] : Pages) {
+      auto* templatePage = dynamic_cast<CZOLServerPage*>(page);
+      if (templatePage == nullptr || IsWellKnown(page) || !templatePage->FollowsActiveRun()) continue;
+      if (!StaysInsideRoot(page->GetPath() + page->GetFilename())) continue;
+      following.push_back(templatePage);
+    }
+    for (CZOLServerPage* page : following) {
+      page->Initialize(Comm, Event, Root, -1, "", static_cast<int>(run->UniqueID));
+    }
+    // Includes are resolved once all are read: a page may include another of them.
+    for (CZOLServerPage* page : following) {
+      UpdatePageIncludes(page);
+      page->CheckWaiting();
+    }
+  });
+}
+
 void CZOLServerSite::OnDisconnect() {
   Guarded("CZOLServerSite::OnDisconnect()", [&] {
+    // The views are still there: what they brought before the loss goes out now.
+    SendUpdatedPages();
+    DataAway = true;
     m_activeRun = nullptr;
     m_infoPage->RunConnect(nullptr);
   });
+}
+
+void CZOLServerSite::OnConnect() {
+  Guarded("CZOLServerSite::OnConnect()", [&] { DataAway = false; });
+}
+
+bool CZOLServerSite::IsHeld(const COutputPage* page) const {
+  const auto found = HeldPages.find(PageNumberOf(page));
+  return found != HeldPages.end() && Pages.count(found->first) != 0 && Pages.at(found->first) == page;
+}
+
+bool CZOLServerSite::HoldBack(const CZOLServerPage* page) {
+  const DWORD number = PageNumberOf(page);
+  if (!DataAway && !page->IsWaiting()) {
+    HeldPages.erase(number);
+    return false;
+  }
+  const auto now = std::chrono::steady_clock::now();
+  const auto held = HeldPages.try_emplace(number, now).first;
+  if (!DataAway && now - held->second >= kLongestHold) {
+    HeldPages.erase(held);
+    return false;
+  }
+  return true;
 }
 
 void CZOLServerSite::ImportServerInformation() {
@@ -351,7 +400,8 @@ void CZOLServerSite::ReportSharedWebNames() const {
 void CZOLServerSite::AddPageToSite(COutputPage* page) {
   Guarded("CZOLServerSite::AddPageToSite()", [&] {
     COutputPageObserver::Attach(page);
-    page->BuildPackets();
+    // A template's packets are made from its export, once its includes are resolved.
+    if (page->GetIsTemplate() == 0) page->BuildPackets();
     const DWORD number = PageNumberOf(page);
     auto [slot, inserted] = Pages.try_emplace(number, page);
     CBaseModule* module = Comm != nullptr ? Comm->GetModule() : nullptr;
@@ -391,15 +441,29 @@ void CZOLServerSite::OnTimerEvent() {
     for (auto& [number, page] : Pages) {
       if (page->ShouldRepeat()) NotifySiteUpdated(page);
     }
-    if (!UpdatedPages.empty()) {
-      for (auto& [number, page] : UpdatedPages) {
+    SendUpdatedPages();
+  });
+}
+
+void CZOLServerSite::SendUpdatedPages() {
+  Guarded("CZOLServerSite::SendUpdatedPages()", [&] {
+    if (UpdatedPages.empty()) return;
+    for (auto& [number, page] : UpdatedPages) {
+      if (auto* templatePage = dynamic_cast<CZOLServerPage*>(page)) {
+        const bool wasHeld = HeldPages.count(number) != 0;
+        if (HoldBack(templatePage)) continue;
         // A template whose tables or labels changed is written now, once for all the
-        // changes of this second, with its views as they stand.
-        if (auto* templatePage = dynamic_cast<CZOLServerPage*>(page)) templatePage->ExportIfDue();
-        page->BuildPackets();
+        // changes of this second, with its views as they stand; one that was held back
+        // in any case.
+        if (wasHeld) {
+          templatePage->ZOLExport();
+        } else {
+          templatePage->ExportIfDue();
+        }
       }
-      NotifySiteUpdated(nullptr);
+      page->BuildPackets();
     }
+    NotifySiteUpdated(nullptr);
   });
 }
 
@@ -409,10 +473,16 @@ void CZOLServerSite::NotifySiteUpdated(COutputPage* page) {
       UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
       return;
     }
+    // Held pages stay on the list for the next tick.
+    std::map<DWORD, COutputPage*> held;
     for (auto& [number, updated] : UpdatedPages) {
+      if (HeldPages.count(number) != 0) {
+        held.emplace(number, updated);
+        continue;
+      }
       UpdatePage(updated->GetPageKey(), updated->GetSequenceLow(), updated->GetPackets());
     }
-    UpdatedPages.clear();
+    UpdatedPages.swap(held);
   });
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <ctime>
 #include <deque>
 #include <map>
@@ -28,14 +29,19 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   // A new active run (or none): run-bound pages are read again for it, and a run of
   // another event rebuilds the whole site for that event.
   void OnActiveRunChanged(CRun* run) override;
-  // The replica's runs go with the data manager: the site lets go of its run, and the
-  // timer drives the clock again. Pages keep their content until the next snapshot.
+  // The replica's runs go with the data manager: the site sends what changed before the
+  // loss, lets go of its run, and the timer drives the clock again. Until a data manager
+  // connects, no template page gets a new version: clients keep the last results.
   void OnDisconnect() override;
+  void OnConnect() override;
   // Reads the site directory afresh. `force` (or the same root and event as before)
   // drops what the ports still hold of the old state; otherwise all pages are handed on.
   virtual void Build(const std::string& rootDir, int eventId, BOOL force);
   // Once a second: pages that are due go out again, changed pages get a new version.
   virtual void OnTimerEvent();
+  // A template page whose tables or labels have not had their first data waits this long
+  // at most before it goes out as it stands.
+  static constexpr std::chrono::seconds kLongestHold{5};
   // The site's row in the table of sites on the main administration page.
   virtual std::string GetSiteAsHTMLRow();
 
@@ -89,6 +95,9 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   CRun* GetActiveRun() const { return m_activeRun; }
   BYTE GetActiveRunType() const { return m_activeRunType; }
   const std::deque<std::string>& GetLinkQueue() const { return LinkQueue; }
+  bool IsDataAway() const { return DataAway; }
+  // True while the page is held back from the wire (see HoldBack).
+  bool IsHeld(const COutputPage* page) const;
 
  private:
   void DeletePages();
@@ -98,6 +107,14 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
     return {m_currentPage, m_atTheLinePage, m_pitStopsPage, m_feedPage, m_announcementsPage, m_runInformationPage};
   }
   void FollowLinks();
+  // Reads every page that follows the active run again for `run`, as the run-bound pages.
+  void ImportFollowingPages(const CRun* run);
+  // Builds and hands on the pages that changed, except those held back.
+  void SendUpdatedPages();
+  // True when a template page must not get a new version now: while the data manager is
+  // away, and while a table or label of it waits for its first data (kLongestHold at
+  // most), so that no half-built page reaches the clients. Keeps the held pages' list.
+  bool HoldBack(const CZOLServerPage* page);
   // True when the file or folder `relative` (below the root) lies inside the root with
   // every symbolic link followed, or does not exist, so that its import fails as usual.
   // One log line for each that leads out.
@@ -122,6 +139,9 @@ class CZOLServerSite : public COutputPageObserver, public CRMCommObserver, publi
   std::deque<std::string> LinkQueue;
   std::map<DWORD, COutputPage*> Pages;
   std::map<DWORD, COutputPage*> UpdatedPages;
+  // Template pages built but held back from the wire, by number, with the time since when.
+  std::map<DWORD, std::chrono::steady_clock::time_point> HeldPages;
+  bool DataAway = false;
   CRun* m_activeRun = nullptr;
   BYTE m_activeRunType = 0;
   // The eight pages every site has, numbers 0 to 7, owned for the site's whole life.
