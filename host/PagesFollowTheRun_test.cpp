@@ -67,14 +67,20 @@ TEST(PagesFollowTheRun, HeaderAndSummaryOfTheHomePageShowEachRunOfTheMeetingInTu
   // The best laps the run information page showed for each run, and the summary's.
   std::map<std::string, std::set<std::string>> runBestLaps;
   std::set<std::string> summaryBestLaps;
+  // Before the stand-in's first data a page shows its labels' tags, as a page without a
+  // run does; once the header named a run, no page may.
+  bool runNamed = false;
   for (const ReceivedPage& page : watcher.Pages()) {
     const std::string text = Text(page);
+    if (page.Path == "pages/" && page.Name == "header.zol" && Label(text, "runname") == kRuns.front()) runNamed = true;
     if (page.Path == "results/" && page.Name == "runinformation.zol") {
       runBestLaps[Label(text, "runname")].insert(BestLap(text));
     } else if (page.Path == "results/" && page.Name == "summary.zol") {
       summaryBestLaps.insert(BestLap(text));
     }
-    EXPECT_EQ(text.find("&lt;zol_label"), std::string::npos) << page.Path << page.Name << "\n" << text;
+    if (runNamed) {
+      EXPECT_EQ(text.find("&lt;zol_label"), std::string::npos) << page.Path << page.Name << "\n" << text;
+    }
   }
   for (const std::string& run : kRuns) {
     // A best lap that only this run had.
