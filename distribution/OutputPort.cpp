@@ -47,12 +47,13 @@ void CZOLOutputPort::Stop() {
 
 void CZOLOutputPort::PauseBetweenBursts() { platform::SleepMilliseconds(PacketDelay); }
 
-void CZOLOutputPort::CountPacketSent() {
-  const int size = static_cast<int>(PacketSize);
+void CZOLOutputPort::CountPacketSent() { CountBytesSent(static_cast<int>(PacketSize)); }
+
+void CZOLOutputPort::CountBytesSent(int bytes) {
   int queued = QueuedBytes.load();
-  while (!QueuedBytes.compare_exchange_weak(queued, queued > size ? queued - size : 0)) {
+  while (!QueuedBytes.compare_exchange_weak(queued, queued > bytes ? queued - bytes : 0)) {
   }
-  SentBytes.fetch_add(size);
+  SentBytes.fetch_add(bytes);
 }
 
 void CZOLOutputPort::Run() {

@@ -85,7 +85,7 @@ class CZOLOutputPort {
   // Snapshots of the maps, taken under the queue lock.
   std::map<DWORD, BYTE> GetInQueue();
   std::map<DWORD, BYTE> GetPageSequences();
-  std::size_t GetQueueLength();
+  virtual std::size_t GetQueueLength();
   // The queue key of a page key and a packet number.
   static std::uint64_t QueueKey(DWORD pageKey, DWORD packetNumber) {
     return (static_cast<std::uint64_t>(pageKey) << 32) | packetNumber;
@@ -105,6 +105,7 @@ class CZOLOutputPort {
   virtual void PauseBetweenBursts();
   // After one packet went (or was tried): the queue counter falls, the sent one grows.
   void CountPacketSent();
+  void CountBytesSent(int bytes);
   // Frees every queued block and empties the maps.
   void ClearQueue();
   // Records why a start failed and logs it; a start that works clears it with "".

@@ -7,6 +7,7 @@
 #include "frame/KVTException.h"
 #include "frame/Package.h"
 #include "frame/platform/ErrorText.h"
+#include "frame/platform/OpenFileLimit.h"
 #include "frame/platform/Sockets.h"
 #include "frame/platform/Time.h"
 
@@ -33,6 +34,10 @@ CZOLTCPIPSocket::CZOLTCPIPSocket(DWORD id, int socket, DWORD address, std::uint1
 CZOLTCPIPSocket::~CZOLTCPIPSocket() {
   Running.store(0);
   CZOLOutputPort::Stop();
+  {
+    std::lock_guard<std::mutex> lock(QueueMutex);
+    Waiting.Clear();
+  }
   WriteLog(Format("Closing and removing socket (Handle = 0x04%X).", static_cast<unsigned>(Handle)));
   // A client that does not read would hold an orderly close up for as long as the linger
   // lasts, and the server closes its clients one after the other.
@@ -48,37 +53,68 @@ void CZOLTCPIPSocket::LoadSettings(CIniFile& ini, const std::string& section) { 
 void CZOLTCPIPSocket::SaveSettings(CIniFile& ini, const std::string& section) { (void)ini, (void)section; }
 void CZOLTCPIPSocket::SendPacket(const BYTE* packet) { (void)packet; }
 
-void CZOLTCPIPSocket::Send(const BYTE* buffer, std::size_t length) {
-  while (length > 0) {
-    const std::size_t part = length < 4096 ? length : 4096;
-    const long sent = platform::SendSome(Handle, buffer, part);
-    if (sent < 0) ThrowKVT("send");
-    buffer += sent;
-    length -= static_cast<std::size_t>(sent);
-  }
+void CZOLTCPIPSocket::UpdatePage(DWORD key, BYTE sequence, const PacketBlocks& packets) {
+  Guarded("CZOLTCPIPSocket::UpdatePage()", [&] {
+    if (packets.empty()) return;
+    QueueVersion(std::make_shared<const CSharedPageVersion>(key, sequence, packets, PacketSize));
+  });
 }
 
-void CZOLTCPIPSocket::Write() {
-  Guarded("CZOLTCPIPSocket::Write()", [&] {
-    for (;;) {
-      if (!platform::WaitWritable(Handle, 0)) break;
-      BYTE* packet = PopPacket();
-      if (packet == nullptr) break;
-      try {
-        Send(packet, PacketSize);
-      } catch (CKVTException* e) {
-        delete e;
-        Connected.store(0);
-        Running.store(0);
-        WriteLog(Format("Send failed (Handle = 0x%x).", static_cast<unsigned>(Handle)));
-      } catch (...) {
-        Connected.store(0);
-        Running.store(0);
-        WriteLog(Format("Send failed (Handle = 0x%x).", static_cast<unsigned>(Handle)));
-      }
-      delete[] packet;
-      CountPacketSent();
+void CZOLTCPIPSocket::QueueVersion(const SharedPageVersion& version) {
+  Guarded("CZOLTCPIPSocket::QueueVersion()", [&] {
+    if (Running.load() == 0) return;
+    std::lock_guard<std::mutex> lock(QueueMutex);
+    if (!Waiting.Add(version)) return;
+    PageSequences[version->GetKey()] = version->GetSequence();
+    QueuedBytes.fetch_add(static_cast<int>(version->GetPacketCount() * version->GetPacketSize()));
+  });
+}
+
+void CZOLTCPIPSocket::ClearAllPackets(DWORD siteNumber) {
+  Guarded("CZOLTCPIPSocket::ClearAllPackets()", [&] {
+    std::lock_guard<std::mutex> lock(QueueMutex);
+    const int dropped = static_cast<int>(Waiting.DropSite(siteNumber));
+    int queued = QueuedBytes.load();
+    while (!QueuedBytes.compare_exchange_weak(queued, queued > dropped ? queued - dropped : 0)) {
     }
+  });
+}
+
+std::size_t CZOLTCPIPSocket::GetQueueLength() {
+  std::lock_guard<std::mutex> lock(QueueMutex);
+  return Waiting.GetPacketCount();
+}
+
+CZOLTCPIPSocket::WriteResult CZOLTCPIPSocket::Write(std::size_t mostBytes) {
+  return Guarded("CZOLTCPIPSocket::Write()", [&]() -> WriteResult {
+    if (Connected.load() == 0) return WriteResult::Failed;
+    // One send takes a whole page, so a peer that has gone would only be noticed at the
+    // page after; a look at the socket notices it now.
+    if (platform::PeerHasClosed(Handle)) {
+      Connected.store(0);
+      Running.store(0);
+      WriteLog(Format("Send failed (Handle = 0x%x).", static_cast<unsigned>(Handle)));
+      return WriteResult::Failed;
+    }
+    std::lock_guard<std::mutex> lock(QueueMutex);
+    std::size_t written = 0;
+    platform::ByteSpan spans[platform::kMostSpansPerSend];
+    while (!Waiting.IsEmpty()) {
+      if (written >= mostBytes) return WriteResult::More;
+      const std::size_t count = Waiting.NextSpans(spans, platform::kMostSpansPerSend);
+      const long sent = platform::SendSpansWithoutWaiting(Handle, spans, count);
+      if (sent < 0) {
+        Connected.store(0);
+        Running.store(0);
+        WriteLog(Format("Send failed (Handle = 0x%x).", static_cast<unsigned>(Handle)));
+        return WriteResult::Failed;
+      }
+      if (sent == 0) return WriteResult::Blocked;
+      Waiting.Consume(static_cast<std::size_t>(sent));
+      CountBytesSent(static_cast<int>(sent));
+      written += static_cast<std::size_t>(sent);
+    }
+    return WriteResult::Drained;
   });
 }
 
@@ -132,7 +168,7 @@ BOOL CZOLTCPIPServer::StartListen() {
     // A failed bind is a failed listen: listening on an unbound socket would pick some
     // other port by itself.
     const bool bound = platform::BindAnyAddress(ListenSocket, static_cast<std::uint16_t>(Port));
-    if (!bound || !platform::Listen(ListenSocket, kListenBacklog)) {
+    if (!bound || !platform::Listen(ListenSocket, platform::LargestListenBacklog())) {
       const int error = platform::LastError();
       platform::ShutdownDrainClose(ListenSocket);
       ListenSocket = -1;
@@ -152,6 +188,15 @@ void CZOLTCPIPServer::StopListen() {
   });
 }
 
+std::string CZOLTCPIPServer::MaxClientsBeyondFileLimit(DWORD port, DWORD maxClients, std::uint64_t fileLimit) {
+  if (fileLimit == 0 || fileLimit == UINT64_MAX || maxClients + kFilesForOthers <= fileLimit) return "";
+  const std::uint64_t reachable = fileLimit > kFilesForOthers ? fileLimit - kFilesForOthers : 0;
+  return Format("TCP port %lu: maxclients is %lu, but the open-files limit of %llu lets about %llu clients in; "
+                "raise the limit (LimitNOFILE= in the systemd unit, ulimit -n) for more.",
+                static_cast<unsigned long>(port), static_cast<unsigned long>(maxClients),
+                static_cast<unsigned long long>(fileLimit), static_cast<unsigned long long>(reachable));
+}
+
 void CZOLTCPIPServer::Start() {
   Guarded("CZOLTCPIPServer::Start()", [&] {
     // Listening goes up before the thread starts, so that a Stop that follows at once
@@ -159,6 +204,8 @@ void CZOLTCPIPServer::Start() {
     int listening = 0;
     if (!Listening.compare_exchange_strong(listening, 1)) return;
     WriteLog(Format("Starting TCP/IP server (Port %d).", static_cast<int>(Port)));
+    const std::string beyond = MaxClientsBeyondFileLimit(Port, MaxClients, platform::OpenFileLimit());
+    if (!beyond.empty()) WriteLog(beyond);
     StartThread();
   });
 }
@@ -167,6 +214,7 @@ void CZOLTCPIPServer::Stop() {
   Guarded("CZOLTCPIPServer::Stop()", [&] {
     int listening = 1;
     if (!Listening.compare_exchange_strong(listening, 0)) return;
+    Poll.Wake();
     ThreadEnded.acquire();
     JoinThread();
     WriteLog("Stopping TCP/IP server.");
@@ -175,57 +223,70 @@ void CZOLTCPIPServer::Stop() {
 
 void CZOLTCPIPServer::Run() {
   Guarded("CZOLTCPIPServer::Run()", [&] {
-    if (!StartListen()) {
+    if (!Poll.IsOpen() || !StartListen()) {
+      if (!Poll.IsOpen()) SetFailureReason("cannot watch sockets: the system's poll did not open");
       // The port stays not running. Only a Stop that is already waiting gets a release.
       Running.store(0);
       int listening = 1;
       if (!Listening.compare_exchange_strong(listening, 0)) ThreadEnded.release();
       return;
     }
+    // Connections are taken until none waits, so the listener must not block.
+    platform::SetNonBlocking(ListenSocket, true);
+    Poll.AddReader(ListenSocket, 0);
     Running.store(1);
-    std::vector<int> writers;
-    std::vector<CZOLTCPIPSocket*> writerClients;
-    std::vector<bool> writable;
+    std::vector<platform::CReadinessPoll::Event> events;
+    bool moreToWrite = false;
     while (Listening.load() != 0) {
-      writers.clear();
-      writerClients.clear();
-      // Only clients with something queued are written to, so they make the write set.
-      // It holds at most kMaxWriters; the pass starts looking where the last one stopped,
-      // so with n clients waiting each is in the set at least once in every
-      // ceil(n / kMaxWriters) passes, however many of the others never take a byte.
-      const std::size_t count = Clients.size();
-      const std::size_t start = count == 0 ? 0 : NextWriter % count;
-      std::size_t looked = 0;
-      for (; looked < count && writers.size() < kMaxWriters; ++looked) {
-        CZOLTCPIPSocket* client = Clients[(start + looked) % count];
-        if (client->GetQueuedBytes() == 0) continue;
-        writers.push_back(client->GetHandle());
-        writerClients.push_back(client);
+      if (!Poll.Wait(moreToWrite ? 0 : kIdleWaitMilliseconds, events)) break;
+      for (const auto& event : events) {
+        if (event.Token == 0) {
+          AcceptConnections();
+        } else if (const auto found = ClientsByToken.find(event.Token); found != ClientsByToken.end()) {
+          if (event.Writable) found->second->Writable = true;
+        }
       }
-      NextWriter = count == 0 ? 0 : (start + looked) % count;
-      bool listenReadable = false;
-      const int ready =
-          platform::WaitListenAndWriters(ListenSocket, writers, kPassLimitMicroseconds, listenReadable, writable);
-      if (ready < 0) break;
-      if (ready == 0) continue;
-      if (listenReadable) AcceptConnection();
-      for (std::size_t w = 0; w < writerClients.size(); ++w) {
-        CZOLTCPIPSocket* client = writerClients[w];
-        if (!writable[w] || client->GetQueuedBytes() == 0) continue;
-        client->Write();
-        if (client->IsConnected() == 0) RemoveClient(client);
-      }
-      platform::SleepMilliseconds(1);
+      moreToWrite = WriteTurn();
     }
     std::vector<CZOLTCPIPSocket*> leaving;
     {
       std::lock_guard<std::mutex> lock(ClientsMutex);
       leaving.swap(Clients);
     }
-    for (CZOLTCPIPSocket* client : leaving) delete client;
+    for (CZOLTCPIPSocket* client : leaving) {
+      Poll.Remove(client->GetHandle());
+      delete client;
+    }
+    ClientsByToken.clear();
+    Poll.Remove(ListenSocket);
     StopListen();
     Running.store(0);
     ThreadEnded.release();
+  });
+}
+
+bool CZOLTCPIPServer::WriteTurn() {
+  return Guarded("CZOLTCPIPServer::WriteTurn()", [&]() -> bool {
+    bool more = false;
+    const std::size_t count = Clients.size();
+    if (count == 0) return false;
+    const std::size_t start = NextWriter % count;
+    std::vector<CZOLTCPIPSocket*> failed;
+    for (std::size_t looked = 0; looked < count; ++looked) {
+      CZOLTCPIPSocket* client = Clients[(start + looked) % count];
+      if (!client->Writable || client->GetQueuedBytes() == 0) continue;
+      switch (client->Write(kMostBytesPerTurn)) {
+        case CZOLTCPIPSocket::WriteResult::Drained: break;
+        case CZOLTCPIPSocket::WriteResult::More: more = true; break;
+        // The poll tells when it takes data again.
+        case CZOLTCPIPSocket::WriteResult::Blocked: client->Writable = false; break;
+        case CZOLTCPIPSocket::WriteResult::Failed: failed.push_back(client); break;
+      }
+    }
+    // The next turn starts one further on, so that no client is always first.
+    NextWriter = (start + 1) % count;
+    for (CZOLTCPIPSocket* client : failed) RemoveClient(client);
+    return more;
   });
 }
 
@@ -240,40 +301,58 @@ void CZOLTCPIPServer::RemoveClient(CZOLTCPIPSocket* client) {
     if (i < NextWriter) --NextWriter;
     break;
   }
+  ClientsByToken.erase(client->Token);
+  Poll.Remove(client->GetHandle());
   delete client;
 }
 
-void CZOLTCPIPServer::AcceptConnection() {
-  Guarded("CZOLTCPIPServer::AcceptConnection()", [&] {
-    std::uint32_t address = 0;
-    std::uint16_t peerPort = 0;
-    const int socket = platform::AcceptConnectionFrom(ListenSocket, address, peerPort);
-    if (socket < 0) return;
-    // Every client holds a copy of the queue, so idle connections must not pile up. Only
-    // this thread changes Clients, so it reads the count without the lock.
-    if (Clients.size() >= MaxClients) {
-      WriteLog(Format("Refusing connection (Handle = 0x%x, IP = %s): %u clients connected, the most this port takes.",
-                      static_cast<unsigned>(socket), platform::DottedAddress(address).c_str(),
-                      static_cast<unsigned>(Clients.size())));
-      platform::CloseWithoutWaiting(socket);
-      return;
+void CZOLTCPIPServer::AcceptConnections() {
+  Guarded("CZOLTCPIPServer::AcceptConnections()", [&] {
+    for (;;) {
+      std::uint32_t address = 0;
+      std::uint16_t peerPort = 0;
+      const int socket = platform::AcceptConnectionFrom(ListenSocket, address, peerPort);
+      if (socket < 0) return;
+      // Every client holds a queue, so idle connections must not pile up. Only this
+      // thread changes Clients, so it reads the count without the lock.
+      if (Clients.size() >= MaxClients) {
+        WriteLog(Format("Refusing connection (Handle = 0x%x, IP = %s): %u clients connected, the most this port takes.",
+                        static_cast<unsigned>(socket), platform::DottedAddress(address).c_str(),
+                        static_cast<unsigned>(Clients.size())));
+        platform::CloseWithoutWaiting(socket);
+        continue;
+      }
+      WriteLog(Format("Accepting Connection (Handle = 0x%x, IP = %s).", static_cast<unsigned>(socket),
+                      platform::DottedAddress(address).c_str()));
+      platform::SetKeepAlive(socket, false);
+      // The close of a client sets the linger again (CloseWithoutWaiting), so this one
+      // second never holds the server up.
+      platform::SetLinger(socket, true, 1);
+      auto* client = new CZOLTCPIPSocket(ID, socket, address, peerPort);
+      client->Token = NextToken++;
+      // A new socket takes data: the poll reports that at once.
+      if (!Poll.AddWriter(socket, client->Token)) {
+        WriteLog(Format("Closing connection (Handle = 0x%x): it cannot be watched.", static_cast<unsigned>(socket)));
+        delete client;
+        continue;
+      }
+      ClientsByToken[client->Token] = client;
+      std::lock_guard<std::mutex> lock(ClientsMutex);
+      Clients.push_back(client);
     }
-    WriteLog(Format("Accepting Connection (Handle = 0x%x, IP = %s).", static_cast<unsigned>(socket),
-                    platform::DottedAddress(address).c_str()));
-    platform::SetKeepAlive(socket, false);
-    // The close of a client sets the linger again (CloseWithoutWaiting), so this one
-    // second never holds the server up.
-    platform::SetLinger(socket, true, 1);
-    auto* client = new CZOLTCPIPSocket(ID, socket, address, peerPort);
-    std::lock_guard<std::mutex> lock(ClientsMutex);
-    Clients.push_back(client);
   });
 }
 
 void CZOLTCPIPServer::UpdatePage(DWORD key, BYTE sequence, const PacketBlocks& packets) {
   Guarded("CZOLTCPIPServer::UpdatePage()", [&] {
-    std::lock_guard<std::mutex> lock(ClientsMutex);
-    for (CZOLTCPIPSocket* client : Clients) client->UpdatePage(key, sequence, packets);
+    if (packets.empty()) return;
+    // One copy for all clients, read by the server thread through the clients' queues.
+    const auto version = std::make_shared<const CSharedPageVersion>(key, sequence, packets, PacketSize);
+    {
+      std::lock_guard<std::mutex> lock(ClientsMutex);
+      for (CZOLTCPIPSocket* client : Clients) client->QueueVersion(version);
+    }
+    Poll.Wake();
   });
 }
 

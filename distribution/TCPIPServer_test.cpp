@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -334,8 +335,16 @@ TEST(TCPIPServerPort, AStoppedPortWhoseClientWasConnectedStartsAgainAtOnce) {
   running.Server->Stop();
 }
 
-TEST(TCPIPServerPort, TheListenBacklogIsTen) {
-  EXPECT_EQ(CZOLTCPIPServer::kListenBacklog, 10);
+TEST(TCPIPServerPort, TheListenBacklogIsTheLargestTheSystemAllows) {
+  // A reconnect storm of thousands of screens must find room in the queue of pending
+  // connections. The kernel cuts the asked length to its own limit.
+  int systemLimit = platform::LargestListenBacklog();
+  if (std::FILE* limit = std::fopen("/proc/sys/net/core/somaxconn", "r")) {
+    int value = 0;
+    if (std::fscanf(limit, "%d", &value) == 1 && value > 0 && value < systemLimit) systemLimit = value;
+    std::fclose(limit);
+  }
+  EXPECT_GE(platform::LargestListenBacklog(), 128);
   RunningServer running;
   ASSERT_TRUE(running.WaitRunning());
   // The kernel shows a listening socket's backlog in the send-queue column.
@@ -349,7 +358,7 @@ TEST(TCPIPServerPort, TheListenBacklogIsTen) {
   char state[64] = {0};
   int receiveQueue = -1, sendQueue = -1;
   ASSERT_EQ(std::sscanf(line, "%63s %d %d", state, &receiveQueue, &sendQueue), 3);
-  EXPECT_EQ(sendQueue, 10);
+  EXPECT_EQ(sendQueue, systemLimit);
 }
 
 TEST(TCPIPServerPort, MaxClientsIsReadAndWrittenWithTheOtherKeysAndDefaultsTo256) {
@@ -483,4 +492,81 @@ TEST(TCPIPServerPort, StoppingWithSeventyStalledClientsTakesWellUnderASecond) {
   EXPECT_EQ(running.Server->GetClientCount(), 0u);
   // Each stalled client finds its connection ended (or reset) behind the bytes it has.
   for (int socket : stalled.Sockets) EXPECT_TRUE(StreamEndsWithin(socket, 2));
+}
+
+TEST(TCPIPServerPort, ThreeHundredClientsConnectingAtOnceEachHaveTheirFirstPacketWithinTwoSeconds) {
+  // A network blip: every screen of the circuit connects again in the same instant.
+  PacketSizeScope size(128);
+  LogCapturePackage package;
+  InstalledPackage scope(&package);
+  CIniFile ini("/nonexistent/none.ini");
+  ini.Write("port0", "maxclients", 1000);
+  CZOLTCPIPServer server(1);
+  server.LoadSettings(ini, "port0");
+  const std::uint16_t port = platform::FindFreeTcpPort();
+  server.SetPort(port);
+  server.Start();
+  ASSERT_TRUE(WaitUntil([&] { return server.IsRunning() != 0; }));
+  // The carousel: the page goes out again every 100 ms, as a site's repeats would.
+  auto page = BuiltPage(3, RandomBytes(3000, 11));
+  std::atomic<bool> feeding{true};
+  std::thread carousel([&] {
+    while (feeding.load()) {
+      server.UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+  });
+  constexpr std::size_t kClients = 300;
+  std::vector<int> sockets;
+  const auto start = std::chrono::steady_clock::now();
+  for (std::size_t i = 0; i < kClients; ++i) sockets.push_back(platform::TcpConnect("127.0.0.1", port));
+  std::vector<bool> reached(kClients, false);
+  std::size_t count = 0;
+  const auto deadline = start + std::chrono::seconds(2);
+  while (count < kClients && std::chrono::steady_clock::now() < deadline) {
+    for (std::size_t i = 0; i < kClients; ++i) {
+      if (reached[i] || sockets[i] < 0 || !platform::WaitReadable(sockets[i], 0)) continue;
+      BYTE first = 0;
+      if (platform::ReceiveSome(sockets[i], &first, 1) == 1) {
+        EXPECT_EQ(first, 0x8E) << "client " << i << " did not begin with a packet's start";
+        reached[i] = true;
+        ++count;
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  feeding.store(false);
+  carousel.join();
+  EXPECT_EQ(std::count(sockets.begin(), sockets.end(), -1), 0) << "connects failed";
+  EXPECT_EQ(count, kClients) << "within " << seconds << " s; the server holds " << server.GetClientCount();
+  for (int socket : sockets) platform::CloseSocket(socket);
+  server.Stop();
+}
+
+TEST(TCPIPServerPort, MaxClientsBeyondTheOpenFilesLimitIsSaidInOneLine) {
+  EXPECT_EQ(CZOLTCPIPServer::MaxClientsBeyondFileLimit(51000, 256, 1024), "");
+  EXPECT_EQ(CZOLTCPIPServer::MaxClientsBeyondFileLimit(51000, 960, 1024), "");
+  EXPECT_EQ(CZOLTCPIPServer::MaxClientsBeyondFileLimit(51000, 10000, UINT64_MAX), "");
+  EXPECT_EQ(CZOLTCPIPServer::MaxClientsBeyondFileLimit(51000, 10000, 0), "");
+  EXPECT_EQ(CZOLTCPIPServer::MaxClientsBeyondFileLimit(51000, 10000, 1024),
+            "TCP port 51000: maxclients is 10000, but the open-files limit of 1024 lets about 960 clients in; "
+            "raise the limit (LimitNOFILE= in the systemd unit, ulimit -n) for more.");
+
+  // A port whose maxclients no limit reaches says so when it starts.
+  LogCapturePackage package;
+  InstalledPackage scope(&package);
+  CIniFile ini("/nonexistent/none.ini");
+  ini.Write("port0", "maxclients", 4000000000u);
+  CZOLTCPIPServer server(1);
+  server.LoadSettings(ini, "port0");
+  server.SetPort(platform::FindFreeTcpPort());
+  server.Start();
+  ASSERT_TRUE(WaitUntil([&] { return server.IsRunning() != 0; }));
+  server.Stop();
+  int lines = 0;
+  for (const std::string& line : package.GetLines()) {
+    if (line.find("maxclients is 4000000000, but the open-files limit of ") != std::string::npos) ++lines;
+  }
+  EXPECT_EQ(lines, 1);
 }

@@ -54,6 +54,8 @@ check_layout() {
   [ ! -e "$root/bin/libzolserver.so" ] || fail "$root/bin/libzolserver.so should not be installed"
   grep -qxF "ExecStart=$program --appdir /var/lib/zolserver \$ZOLHOST_OPTIONS" \
     "$root/lib/systemd/system/zolhost.service" || fail "the unit does not run $program"
+  grep -qxF "LimitNOFILE=65536" "$root/lib/systemd/system/zolhost.service" ||
+    fail "the unit leaves the open-files limit low for thousands of TCP clients"
   grep -qxF "ExecStart=${program%zolhost}zoldatamanager \$ZOLDATAMANAGER_OPTIONS" \
     "$root/lib/systemd/system/zoldatamanager.service" || fail "the data manager's unit does not run zoldatamanager"
   local page

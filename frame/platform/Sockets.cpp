@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -201,32 +202,6 @@ std::uint16_t FindFreeTcpPort() {
   return ProbeTcpPort(0);
 }
 
-int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long timeoutMicroseconds,
-                         bool& listenReadable, std::vector<bool>& writable) {
-  std::vector<pollfd> entries(writers.size() + 1);
-  entries[0].fd = listenSocket;
-  entries[0].events = POLLIN;
-  for (std::size_t i = 0; i < writers.size(); ++i) {
-    entries[i + 1].fd = writers[i];
-    entries[i + 1].events = POLLOUT;
-  }
-  timespec limit = MicrosecondsToTimespec(timeoutMicroseconds);
-  int result;
-  do {
-    result = ppoll(entries.data(), entries.size(), &limit, nullptr);
-  } while (result < 0 && errno == EINTR);
-  listenReadable = false;
-  writable.assign(writers.size(), false);
-  if (result <= 0) return result;
-  if ((entries[0].revents & POLLNVAL) != 0) return -1;
-  listenReadable = (entries[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0;
-  // A socket with an error or a hung-up peer counts as writable: the send then fails.
-  for (std::size_t i = 0; i < writers.size(); ++i) {
-    writable[i] = (entries[i + 1].revents & (POLLOUT | POLLERR | POLLHUP)) != 0;
-  }
-  return result;
-}
-
 bool SetReuseAddress(int socket, bool on) {
   const int value = on ? 1 : 0;
   return setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &value, sizeof value) == 0;
@@ -259,6 +234,42 @@ int AcceptConnectionFrom(int listenSocket, std::uint32_t& peerAddress, std::uint
   peerAddress = address.sin_addr.s_addr;
   peerPort = ntohs(address.sin_port);
   return client;
+}
+
+int LargestListenBacklog() { return SOMAXCONN; }
+
+bool SetNonBlocking(int socket, bool on) {
+  const int flags = fcntl(socket, F_GETFL, 0);
+  if (flags < 0) return false;
+  return fcntl(socket, F_SETFL, on ? (flags | O_NONBLOCK) : (flags & ~O_NONBLOCK)) == 0;
+}
+
+bool PeerHasClosed(int socket) {
+  char byte = 0;
+  ssize_t got;
+  do {
+    got = recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  } while (got < 0 && errno == EINTR);
+  if (got == 0) return true;
+  return got < 0 && errno != EAGAIN && errno != EWOULDBLOCK;
+}
+
+long SendSpansWithoutWaiting(int socket, const ByteSpan* spans, std::size_t count) {
+  iovec parts[kMostSpansPerSend];
+  const std::size_t taken = count < kMostSpansPerSend ? count : kMostSpansPerSend;
+  for (std::size_t i = 0; i < taken; ++i) {
+    parts[i].iov_base = const_cast<void*>(spans[i].Data);
+    parts[i].iov_len = spans[i].Length;
+  }
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = taken;
+  ssize_t sent;
+  do {
+    sent = sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+  } while (sent < 0 && errno == EINTR);
+  if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
+  return static_cast<long>(sent);
 }
 
 long SendWithoutWaiting(int socket, const void* data, std::size_t length) {

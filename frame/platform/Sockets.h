@@ -1,5 +1,5 @@
 // Sockets behind small functions named for their role: the sending ports use the TCP
-// listener, the write-readiness pass and the multicast sender; a receiving client uses
+// listener, the gathering send and the multicast sender; a receiving client uses
 // the TCP connect, the multicast receiver and the read helpers. Every socket is a plain
 // int; -1 means none.
 #pragma once
@@ -59,12 +59,23 @@ void CloseWithoutWaiting(int socket);
 // to take it before the caller listens on it; port 0's choice is the fallback.
 std::uint16_t FindFreeTcpPort();
 
-// One pass of the server loop: waits up to `timeoutMicroseconds` until the listening
-// socket is readable or one of `writers` is writable. `writable[i]` tells about
-// writers[i]. Returns -1 on error, 0 when the time ran out, else the number of ready
-// sockets.
-int WaitListenAndWriters(int listenSocket, const std::vector<int>& writers, long timeoutMicroseconds,
-                         bool& listenReadable, std::vector<bool>& writable);
+// The longest queue of pending connections the system lets a listener ask for.
+int LargestListenBacklog();
+// Makes the socket's calls return at once instead of waiting.
+bool SetNonBlocking(int socket, bool on);
+// A piece of memory to send.
+struct ByteSpan {
+  const void* Data = nullptr;
+  std::size_t Length = 0;
+};
+// At most `kMostSpansPerSend` spans are taken in one call.
+inline constexpr std::size_t kMostSpansPerSend = 64;
+// True when the peer of a connected socket has closed it or reset it; never waits. Bytes
+// the peer sent stay unread.
+bool PeerHasClosed(int socket);
+// One gathering send of the spans in order that never waits and never raises SIGPIPE:
+// the bytes taken, 0 when the socket takes nothing right now, -1 on error.
+long SendSpansWithoutWaiting(int socket, const ByteSpan* spans, std::size_t count);
 
 // ---- one-peer links (the data manager link) ---------------------------------------------
 // Allows binding a listening port again at once after a restart.
