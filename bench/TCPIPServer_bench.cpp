@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bench/BenchPackage.h"
+#include "bench/BenchPages.h"
 #include "distribution/OutputPage.h"
 #include "distribution/TCPIPServer.h"
 #include "frame/Package.h"
@@ -57,16 +58,6 @@ class Readers {
   std::atomic<bool> Done{false};
 };
 
-std::unique_ptr<COutputPage> HundredPacketPage() {
-  auto page = std::make_unique<COutputPage>(1, 3, 1, 10, "", "fan.bin");
-  std::vector<BYTE> data(11000);
-  unsigned value = 1;
-  for (auto& b : data) b = static_cast<BYTE>((value = value * 1103515245u + 12345u) >> 16);
-  page->SetData(data);
-  page->BuildPackets();
-  return page;
-}
-
 void BM_TCPFanout64(benchmark::State& state) {
   QuietPackage package;
   CPackage* previous = GetPackage();
@@ -80,7 +71,7 @@ void BM_TCPFanout64(benchmark::State& state) {
     Readers readers;
     for (int i = 0; i < kClients; ++i) {
       readers.Add(platform::TcpConnect("127.0.0.1", port));
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));  // within the backlog of 10
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     while (server.GetClientCount() < static_cast<std::size_t>(kClients)) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));

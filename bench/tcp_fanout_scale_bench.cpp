@@ -1,0 +1,277 @@
+// The TCP port with a thousand and ten thousand clients on loopback, read by one thread
+// on the system's poll, against a plain writer on the same poll that sends the same
+// bytes to the same number of sockets. Each iteration hands one page of 100 packets to
+// every client and waits until every client has all of it. Counters: the time until all
+// clients were connected and had their first byte, and the resident memory per client
+// that the port's clients add.
+#include <benchmark/benchmark.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <new>
+#include <thread>
+#include <vector>
+
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "bench/BenchPackage.h"
+#include "bench/BenchPages.h"
+#include "distribution/OutputPage.h"
+#include "distribution/TCPIPServer.h"
+#include "distribution/ZOLServer.h"
+#include "frame/IniFile.h"
+#include "frame/platform/OpenFileLimit.h"
+#include "frame/platform/ReadinessPoll.h"
+#include "frame/platform/Sockets.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Resident memory of the process in bytes.
+long long ResidentBytes() {
+  long long pages = 0;
+  long long resident = 0;
+  if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
+    if (std::fscanf(statm, "%lld %lld", &pages, &resident) != 2) resident = 0;
+    std::fclose(statm);
+  }
+  return resident * 4096;
+}
+
+// Counters that the reading process shares with the benchmark.
+struct SharedCounts {
+  std::atomic<long long> Received{0};
+  std::atomic<std::size_t> Reached{0};
+  std::atomic<bool> Connected{false};
+  std::atomic<bool> Failed{false};
+  std::atomic<bool> Stop{false};
+};
+
+// The readers live in a process of their own, forked before the benchmark starts any
+// thread: each side then holds one socket per client, and the readers' work does not
+// count as the server's. One thread on the system's poll reads every socket, counts the
+// bytes and notes when each socket had its first.
+class ReaderProcess {
+ public:
+  ReaderProcess(std::uint16_t port, std::size_t count) {
+    void* memory = mmap(nullptr, sizeof(SharedCounts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) return;
+    Counts = new (memory) SharedCounts;
+    Child = fork();
+    if (Child == 0) _exit(Read(port, count));
+  }
+  ~ReaderProcess() {
+    if (Counts != nullptr) Counts->Stop.store(true);
+    if (Child > 0) waitpid(Child, nullptr, 0);
+    if (Counts != nullptr) munmap(Counts, sizeof(SharedCounts));
+  }
+  bool Started() const { return Counts != nullptr && Child > 0; }
+  // Waits until `bytes` in all have come and every socket had a byte; false after 60 s.
+  bool WaitFor(long long bytes, std::size_t count) {
+    const auto deadline = Clock::now() + std::chrono::seconds(60);
+    while (Counts->Received.load() < bytes || Counts->Reached.load() < count) {
+      if (Clock::now() > deadline || Counts->Failed.load()) return false;
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    return true;
+  }
+  bool WaitConnected() {
+    const auto deadline = Clock::now() + std::chrono::seconds(60);
+    while (!Counts->Connected.load()) {
+      if (Clock::now() > deadline || Counts->Failed.load()) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+  }
+
+ private:
+  int Read(std::uint16_t port, std::size_t count) {
+    platform::RaiseOpenFileLimit();
+    std::vector<int> sockets(count, -1);
+    for (int& socket : sockets) {
+      // The server may not listen yet.
+      for (int attempt = 0; attempt < 2000 && socket < 0; ++attempt) {
+        socket = platform::TcpConnect("127.0.0.1", port);
+        if (socket < 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      }
+      if (socket < 0) {
+        Counts->Failed.store(true);
+        return 1;
+      }
+    }
+    platform::CReadinessPoll poll;
+    for (std::size_t i = 0; i < sockets.size(); ++i) poll.AddReader(sockets[i], i + 1);
+    Counts->Connected.store(true);
+    std::vector<bool> firstByte(count, false);
+    std::vector<platform::CReadinessPoll::Event> events;
+    std::vector<char> buffer(65536);
+    while (!Counts->Stop.load()) {
+      if (!poll.Wait(20, events)) break;
+      for (const auto& event : events) {
+        if (event.Token == platform::CReadinessPoll::kWakeToken || !event.Readable) continue;
+        const std::size_t index = static_cast<std::size_t>(event.Token - 1);
+        const long got = platform::ReceiveSome(sockets[index], buffer.data(), buffer.size());
+        if (got <= 0) continue;
+        Counts->Received.fetch_add(got);
+        if (!firstByte[index]) {
+          firstByte[index] = true;
+          Counts->Reached.fetch_add(1);
+        }
+      }
+    }
+    for (int socket : sockets) platform::CloseSocket(socket);
+    return 0;
+  }
+
+  SharedCounts* Counts = nullptr;
+  pid_t Child = -1;
+};
+
+// One socket per client lives in each process, and some to spare.
+bool EnoughFiles(benchmark::State& state, std::size_t clients) {
+  const std::uint64_t limit = platform::RaiseOpenFileLimit();
+  if (limit >= clients + 256) return true;
+  state.SkipWithError(("the open-files limit of " + std::to_string(limit) + " is too low for " +
+                       std::to_string(clients) + " clients; raise it with ulimit -n")
+                          .c_str());
+  return false;
+}
+
+void BM_TCPFanoutScale(benchmark::State& state) {
+  const auto clients = static_cast<std::size_t>(state.range(0));
+  if (!EnoughFiles(state, clients)) return;
+  PackageInstalled quiet;
+  CIniFile ini("/nonexistent/none.ini");
+  ini.Write("port0", "maxclients", static_cast<DWORD>(clients));
+  CZOLTCPIPServer server(1);
+  server.LoadSettings(ini, "port0");
+  const std::uint16_t port = platform::FindFreeTcpPort();
+  ReaderProcess readers(port, clients);
+  if (!readers.Started()) {
+    state.SkipWithError("the reading process did not start");
+    return;
+  }
+  auto page = HundredPacketPage();
+  const long long perPage = static_cast<long long>(page->GetPackets().size()) * PacketSize;
+  const long long residentBefore = ResidentBytes();
+  const auto start = Clock::now();
+  server.SetPort(port);
+  server.Start();
+  if (!readers.WaitConnected()) {
+    state.SkipWithError("a client could not connect");
+    return;
+  }
+  // The readers are connected; the server may still be taking them.
+  while (server.GetClientCount() < clients && Clock::now() - start < std::chrono::seconds(60)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  server.UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+  long long expected = perPage * static_cast<long long>(clients);
+  if (!readers.WaitFor(expected, clients)) {
+    state.SkipWithError("not every client got the first page within 60 s");
+    return;
+  }
+  state.counters["connected_first_page_s"] = std::chrono::duration<double>(Clock::now() - start).count();
+  state.counters["resident_per_client_B"] =
+      static_cast<double>(ResidentBytes() - residentBefore) / static_cast<double>(clients);
+  for (auto _ : state) {
+    server.UpdatePage(page->GetPageKey(), page->GetSequenceLow(), page->GetPackets());
+    expected += perPage * static_cast<long long>(clients);
+    if (!readers.WaitFor(expected, clients)) {
+      state.SkipWithError("clients did not get the page in time");
+      break;
+    }
+  }
+  state.SetBytesProcessed(perPage * static_cast<long long>(clients) * state.iterations());
+  server.Stop();
+}
+BENCHMARK(BM_TCPFanoutScale)->Arg(1000)->Arg(10000)->Iterations(20)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same bytes from a plain writer: every socket is written on the system's poll until
+// it has the whole page.
+void BM_TCPFanoutScale_Baseline(benchmark::State& state) {
+  const auto clients = static_cast<std::size_t>(state.range(0));
+  if (!EnoughFiles(state, clients)) return;
+  const int listener = platform::OpenTcpListener("127.0.0.1", 0, platform::LargestListenBacklog());
+  const std::uint16_t port = platform::LocalPort(listener);
+  auto page = HundredPacketPage();
+  std::vector<BYTE> bytes;
+  for (const BYTE* block : page->GetPackets()) bytes.insert(bytes.end(), block, block + PacketSize);
+  const long long perPage = static_cast<long long>(bytes.size());
+
+  ReaderProcess readers(port, clients);
+  if (!readers.Started()) {
+    state.SkipWithError("the reading process did not start");
+    return;
+  }
+  const auto start = Clock::now();
+  std::vector<int> served;
+  while (served.size() < clients && Clock::now() - start < std::chrono::seconds(60)) {
+    if (!platform::WaitReadable(listener, 100000)) continue;
+    std::uint32_t address = 0;
+    std::uint16_t peerPort = 0;
+    const int socket = platform::AcceptConnectionFrom(listener, address, peerPort);
+    if (socket >= 0) served.push_back(socket);
+  }
+  if (served.size() < clients) {
+    state.SkipWithError("a client could not connect");
+    return;
+  }
+  platform::CReadinessPoll writers;
+  for (std::size_t i = 0; i < served.size(); ++i) writers.AddWriter(served[i], i + 1);
+  std::vector<std::size_t> sent(served.size(), 0);
+  std::vector<platform::CReadinessPoll::Event> events;
+  const auto writeAll = [&] {
+    std::fill(sent.begin(), sent.end(), 0);
+    std::size_t done = 0;
+    std::vector<bool> blocked(served.size(), false);
+    while (done < served.size()) {
+      for (std::size_t i = 0; i < served.size(); ++i) {
+        if (blocked[i] || sent[i] == bytes.size()) continue;
+        const long n = platform::SendWithoutWaiting(served[i], bytes.data() + sent[i], bytes.size() - sent[i]);
+        if (n <= 0) {
+          blocked[i] = true;
+          continue;
+        }
+        sent[i] += static_cast<std::size_t>(n);
+        if (sent[i] == bytes.size()) ++done;
+      }
+      if (done == served.size()) break;
+      writers.Wait(20, events);
+      for (const auto& event : events) {
+        if (event.Token != platform::CReadinessPoll::kWakeToken) blocked[event.Token - 1] = false;
+      }
+    }
+  };
+  writeAll();
+  long long expected = perPage * static_cast<long long>(clients);
+  if (!readers.WaitFor(expected, clients)) {
+    state.SkipWithError("not every client got the first page within 60 s");
+    return;
+  }
+  state.counters["connected_first_page_s"] = std::chrono::duration<double>(Clock::now() - start).count();
+  for (auto _ : state) {
+    writeAll();
+    expected += perPage * static_cast<long long>(clients);
+    if (!readers.WaitFor(expected, clients)) {
+      state.SkipWithError("clients did not get the page in time");
+      break;
+    }
+  }
+  state.SetBytesProcessed(perPage * static_cast<long long>(clients) * state.iterations());
+  for (int socket : served) platform::CloseSocket(socket);
+  platform::CloseSocket(listener);
+}
+BENCHMARK(BM_TCPFanoutScale_Baseline)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Iterations(20)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+}  // namespace
