@@ -1,11 +1,13 @@
 // The TCP port with a thousand and ten thousand clients on loopback, read by one thread
 // on the system's poll, against a plain writer on the same poll that sends the same
 // bytes to the same number of sockets. Each iteration hands one page of 100 packets to
-// every client and waits until every client has all of it. Counters: the time until all
+// every client and waits until every client has all of it; at the end each client must
+// have had exactly the bytes of every page handed to the port. Counters: the time until all
 // clients were connected and had their first byte, and the resident memory per client
 // that the port's clients add.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -50,6 +52,10 @@ struct SharedCounts {
   std::atomic<bool> Connected{false};
   std::atomic<bool> Failed{false};
   std::atomic<bool> Stop{false};
+  // Set with Stop: the bytes every client should have had; the reader then counts the
+  // clients that had another number.
+  std::atomic<long long> EachShouldHave{-1};
+  std::atomic<std::size_t> Uneven{0};
 };
 
 // The readers live in a process of their own, forked before the benchmark starts any
@@ -66,9 +72,17 @@ class ReaderProcess {
     if (Child == 0) _exit(Read(port, count));
   }
   ~ReaderProcess() {
-    if (Counts != nullptr) Counts->Stop.store(true);
-    if (Child > 0) waitpid(Child, nullptr, 0);
+    Finish(-1);
     if (Counts != nullptr) munmap(Counts, sizeof(SharedCounts));
+  }
+  // Ends the reading process; how many clients had other than `eachShouldHave` bytes.
+  std::size_t Finish(long long eachShouldHave) {
+    if (Counts == nullptr || Child <= 0) return 0;
+    Counts->EachShouldHave.store(eachShouldHave);
+    Counts->Stop.store(true);
+    waitpid(Child, nullptr, 0);
+    Child = -1;
+    return Counts->Uneven.load();
   }
   bool Started() const { return Counts != nullptr && Child > 0; }
   // Waits until `bytes` in all have come and every socket had a byte; false after 60 s.
@@ -108,6 +122,7 @@ class ReaderProcess {
     for (std::size_t i = 0; i < sockets.size(); ++i) poll.AddReader(sockets[i], i + 1);
     Counts->Connected.store(true);
     std::vector<bool> firstByte(count, false);
+    std::vector<long long> bytes(count, 0);
     std::vector<platform::CReadinessPoll::Event> events;
     std::vector<char> buffer(65536);
     while (!Counts->Stop.load()) {
@@ -118,12 +133,16 @@ class ReaderProcess {
         const long got = platform::ReceiveSome(sockets[index], buffer.data(), buffer.size());
         if (got <= 0) continue;
         Counts->Received.fetch_add(got);
+        bytes[index] += got;
         if (!firstByte[index]) {
           firstByte[index] = true;
           Counts->Reached.fetch_add(1);
         }
       }
     }
+    const long long each = Counts->EachShouldHave.load();
+    if (each >= 0) Counts->Uneven.store(static_cast<std::size_t>(std::count_if(
+                       bytes.begin(), bytes.end(), [each](long long got) { return got != each; })));
     for (int socket : sockets) platform::CloseSocket(socket);
     return 0;
   }
@@ -188,6 +207,9 @@ void BM_TCPFanoutScale(benchmark::State& state) {
     }
   }
   state.SetBytesProcessed(perPage * static_cast<long long>(clients) * state.iterations());
+  // Every client had every page: as many bytes as the pages handed to the port.
+  const std::size_t uneven = readers.Finish(perPage * (static_cast<long long>(state.iterations()) + 1));
+  if (uneven != 0) state.SkipWithError((std::to_string(uneven) + " clients missed bytes or got more").c_str());
   server.Stop();
 }
 BENCHMARK(BM_TCPFanoutScale)->Arg(1000)->Arg(10000)->Iterations(20)->Unit(benchmark::kMillisecond)->UseRealTime();
