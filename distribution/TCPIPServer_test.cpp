@@ -443,8 +443,8 @@ TEST(TCPIPServerPort, AConnectionBeyondMaxClientsIsClosedAtOnceAndLogged) {
   server.Stop();
 }
 
-// 70 clients that never read fill more than the write set of a pass. A client that
-// connected after them must still be served, and soon.
+// 70 clients that never read have full sockets and bytes queued. A client that connected
+// after them must still be served, and soon.
 TEST(TCPIPServerPort, AReaderBehindSeventyStalledClientsGetsWholePagesWithinSeconds) {
   PacketSizeScope size(128);
   RunningServer running;
