@@ -36,13 +36,15 @@ std::string Label(const std::string& page, const std::string& type) {
 
 std::string BestLap(const std::string& page) { return Label(page, "bestlaptime") + " by " + Label(page, "bestlapby"); }
 
-// The run names in the order the header showed them, repeats left out.
+// The run names in the order the header showed them, repeats left out, and not the
+// label's tag that a version made before the first data shows.
 std::vector<std::string> HeaderRuns(const std::vector<ReceivedPage>& pages) {
   std::vector<std::string> runs;
   for (const ReceivedPage& page : pages) {
     if (page.Path != "pages/" || page.Name != "header.zol") continue;
     const std::string run = Label(Text(page), "runname");
-    if (!run.empty() && (runs.empty() || runs.back() != run)) runs.push_back(run);
+    if (run.empty() || run.find("&lt;zol_label") != std::string::npos) continue;
+    if (runs.empty() || runs.back() != run) runs.push_back(run);
   }
   return runs;
 }
