@@ -85,17 +85,19 @@ std::size_t CZOLTCPIPSocket::GetQueueLength() {
   return Waiting.GetPacketCount();
 }
 
+CZOLTCPIPSocket::WriteResult CZOLTCPIPSocket::Fail() {
+  Connected.store(0);
+  Running.store(0);
+  WriteLog(Format("Send failed (Handle = 0x%x).", static_cast<unsigned>(Handle)));
+  return WriteResult::Failed;
+}
+
 CZOLTCPIPSocket::WriteResult CZOLTCPIPSocket::Write(std::size_t mostBytes) {
   return Guarded("CZOLTCPIPSocket::Write()", [&]() -> WriteResult {
     if (Connected.load() == 0) return WriteResult::Failed;
     // One send takes a whole page, so a peer that has gone would only be noticed at the
     // page after; a look at the socket notices it now.
-    if (platform::PeerHasClosed(Handle)) {
-      Connected.store(0);
-      Running.store(0);
-      WriteLog(Format("Send failed (Handle = 0x%x).", static_cast<unsigned>(Handle)));
-      return WriteResult::Failed;
-    }
+    if (platform::PeerHasClosed(Handle)) return Fail();
     std::lock_guard<std::mutex> lock(QueueMutex);
     std::size_t written = 0;
     platform::ByteSpan spans[platform::kMostSpansPerSend];
@@ -103,12 +105,7 @@ CZOLTCPIPSocket::WriteResult CZOLTCPIPSocket::Write(std::size_t mostBytes) {
       if (written >= mostBytes) return WriteResult::More;
       const std::size_t count = Waiting.NextSpans(spans, platform::kMostSpansPerSend);
       const long sent = platform::SendSpansWithoutWaiting(Handle, spans, count);
-      if (sent < 0) {
-        Connected.store(0);
-        Running.store(0);
-        WriteLog(Format("Send failed (Handle = 0x%x).", static_cast<unsigned>(Handle)));
-        return WriteResult::Failed;
-      }
+      if (sent < 0) return Fail();
       if (sent == 0) return WriteResult::Blocked;
       Waiting.Consume(static_cast<std::size_t>(sent));
       CountBytesSent(static_cast<int>(sent));

@@ -56,6 +56,9 @@ class CZOLTCPIPSocket : public CZOLOutputPort {
   std::uint64_t Token = 0;
 
  private:
+  // Marks the connection broken and logs it.
+  WriteResult Fail();
+
   std::atomic<int> Connected{1};
   DWORD Address = 0;
   std::uint16_t PeerPort = 0;

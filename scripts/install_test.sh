@@ -25,12 +25,13 @@ fail() {
   exit 1
 }
 
-# A TCP port of the loopback that nothing listens on.
+# A TCP port of the loopback that no socket uses, drawn below the system's range of
+# ephemeral ports (32768 and up), so that no outgoing connection takes it meanwhile.
 free_port() {
   local port
   for _ in $(seq 50); do
-    port=$((20000 + RANDOM % 30000))
-    if [ -z "$(ss -Htln "sport = :$port")" ]; then
+    port=$((20000 + RANDOM % 12768))
+    if [ -z "$(ss -Htan "sport = :$port")" ]; then
       echo "$port"
       return 0
     fi
