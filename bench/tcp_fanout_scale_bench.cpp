@@ -8,158 +8,24 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <memory>
-#include <new>
 #include <thread>
 #include <vector>
 
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "bench/BenchPackage.h"
 #include "bench/BenchPages.h"
+#include "bench/FanoutReaders.h"
 #include "distribution/OutputPage.h"
 #include "distribution/TCPIPServer.h"
 #include "distribution/ZOLServer.h"
 #include "frame/IniFile.h"
-#include "frame/platform/OpenFileLimit.h"
 #include "frame/platform/ReadinessPoll.h"
 #include "frame/platform/Sockets.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// Resident memory of the process in bytes.
-long long ResidentBytes() {
-  long long pages = 0;
-  long long resident = 0;
-  if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
-    if (std::fscanf(statm, "%lld %lld", &pages, &resident) != 2) resident = 0;
-    std::fclose(statm);
-  }
-  return resident * 4096;
-}
-
-// Counters that the reading process shares with the benchmark.
-struct SharedCounts {
-  std::atomic<long long> Received{0};
-  std::atomic<std::size_t> Reached{0};
-  std::atomic<bool> Connected{false};
-  std::atomic<bool> Failed{false};
-  std::atomic<bool> Stop{false};
-  // Set with Stop: the bytes every client should have had; the reader then counts the
-  // clients that had another number.
-  std::atomic<long long> EachShouldHave{-1};
-  std::atomic<std::size_t> Uneven{0};
-};
-
-// The readers live in a process of their own, forked before the benchmark starts any
-// thread: each side then holds one socket per client, and the readers' work does not
-// count as the server's. One thread on the system's poll reads every socket, counts the
-// bytes and notes when each socket had its first.
-class ReaderProcess {
- public:
-  ReaderProcess(std::uint16_t port, std::size_t count) {
-    void* memory = mmap(nullptr, sizeof(SharedCounts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) return;
-    Counts = new (memory) SharedCounts;
-    Child = fork();
-    if (Child == 0) _exit(Read(port, count));
-  }
-  ~ReaderProcess() {
-    Finish(-1);
-    if (Counts != nullptr) munmap(Counts, sizeof(SharedCounts));
-  }
-  // Ends the reading process; how many clients had other than `eachShouldHave` bytes.
-  std::size_t Finish(long long eachShouldHave) {
-    if (Counts == nullptr || Child <= 0) return 0;
-    Counts->EachShouldHave.store(eachShouldHave);
-    Counts->Stop.store(true);
-    waitpid(Child, nullptr, 0);
-    Child = -1;
-    return Counts->Uneven.load();
-  }
-  bool Started() const { return Counts != nullptr && Child > 0; }
-  // Waits until `bytes` in all have come and every socket had a byte; false after 60 s.
-  bool WaitFor(long long bytes, std::size_t count) {
-    const auto deadline = Clock::now() + std::chrono::seconds(60);
-    while (Counts->Received.load() < bytes || Counts->Reached.load() < count) {
-      if (Clock::now() > deadline || Counts->Failed.load()) return false;
-      std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    return true;
-  }
-  bool WaitConnected() {
-    const auto deadline = Clock::now() + std::chrono::seconds(60);
-    while (!Counts->Connected.load()) {
-      if (Clock::now() > deadline || Counts->Failed.load()) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-  }
-
- private:
-  int Read(std::uint16_t port, std::size_t count) {
-    platform::RaiseOpenFileLimit();
-    std::vector<int> sockets(count, -1);
-    for (int& socket : sockets) {
-      // The server may not listen yet.
-      for (int attempt = 0; attempt < 2000 && socket < 0; ++attempt) {
-        socket = platform::TcpConnect("127.0.0.1", port);
-        if (socket < 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-      }
-      if (socket < 0) {
-        Counts->Failed.store(true);
-        return 1;
-      }
-    }
-    platform::CReadinessPoll poll;
-    for (std::size_t i = 0; i < sockets.size(); ++i) poll.AddReader(sockets[i], i + 1);
-    Counts->Connected.store(true);
-    std::vector<bool> firstByte(count, false);
-    std::vector<long long> bytes(count, 0);
-    std::vector<platform::CReadinessPoll::Event> events;
-    std::vector<char> buffer(65536);
-    while (!Counts->Stop.load()) {
-      if (!poll.Wait(20, events)) break;
-      for (const auto& event : events) {
-        if (event.Token == platform::CReadinessPoll::kWakeToken || !event.Readable) continue;
-        const std::size_t index = static_cast<std::size_t>(event.Token - 1);
-        const long got = platform::ReceiveSome(sockets[index], buffer.data(), buffer.size());
-        if (got <= 0) continue;
-        Counts->Received.fetch_add(got);
-        bytes[index] += got;
-        if (!firstByte[index]) {
-          firstByte[index] = true;
-          Counts->Reached.fetch_add(1);
-        }
-      }
-    }
-    const long long each = Counts->EachShouldHave.load();
-    if (each >= 0) Counts->Uneven.store(static_cast<std::size_t>(std::count_if(
-                       bytes.begin(), bytes.end(), [each](long long got) { return got != each; })));
-    for (int socket : sockets) platform::CloseSocket(socket);
-    return 0;
-  }
-
-  SharedCounts* Counts = nullptr;
-  pid_t Child = -1;
-};
-
-// One socket per client lives in each process, and some to spare.
-bool EnoughFiles(benchmark::State& state, std::size_t clients) {
-  const std::uint64_t limit = platform::RaiseOpenFileLimit();
-  if (limit >= clients + 256) return true;
-  state.SkipWithError(("the open-files limit of " + std::to_string(limit) + " is too low for " +
-                       std::to_string(clients) + " clients; raise it with ulimit -n")
-                          .c_str());
-  return false;
-}
 
 void BM_TCPFanoutScale(benchmark::State& state) {
   const auto clients = static_cast<std::size_t>(state.range(0));
@@ -208,7 +74,8 @@ void BM_TCPFanoutScale(benchmark::State& state) {
   }
   state.SetBytesProcessed(perPage * static_cast<long long>(clients) * state.iterations());
   // Every client had every page: as many bytes as the pages handed to the port.
-  const std::size_t uneven = readers.Finish(perPage * (static_cast<long long>(state.iterations()) + 1));
+  const std::size_t uneven =
+      readers.Finish(perPage * (static_cast<long long>(state.iterations()) + 1)).Uneven;
   if (uneven != 0) state.SkipWithError((std::to_string(uneven) + " clients missed bytes or got more").c_str());
   server.Stop();
 }
