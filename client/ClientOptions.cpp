@@ -41,6 +41,25 @@ bool ParseHostPort(const std::string& text, std::string& host, std::uint16_t& po
   return true;
 }
 
+// [ADDR:]PORT, the address dotted IPv4.
+bool ParseServeAddress(const std::string& text, ClientOptions& options) {
+  std::string address = "127.0.0.1";
+  std::string port = text;
+  const std::size_t colon = text.rfind(':');
+  if (colon != std::string::npos) {
+    address = text.substr(0, colon);
+    port = text.substr(colon + 1);
+  }
+  std::uint32_t parsed = 0;
+  unsigned long long number = 0;
+  if (!platform::ParseDottedAddress(address, parsed) || !ParseUnsigned(port, 65535, number) || number == 0) {
+    return false;
+  }
+  options.ServeAddress = address;
+  options.ServePort = static_cast<std::uint16_t>(number);
+  return true;
+}
+
 bool ParseSource(const std::string& source, ClientOptions& options, std::string& error) {
   options.Source = source;
   if (source.rfind("tcp://", 0) == 0) {
@@ -81,7 +100,17 @@ bool ParseSource(const std::string& source, ClientOptions& options, std::string&
     }
     return true;
   }
-  error = "bad source '" + source + "': expected tcp://HOST:PORT, udp://GROUP:PORT or serial:DEVICE?baud=N";
+  if (source.rfind("replay:", 0) == 0) {
+    options.Transport = TransportKind::Replay;
+    options.ReplayFile = source.substr(7);
+    if (options.ReplayFile.empty()) {
+      error = "bad source '" + source + "': expected replay:FILE";
+      return false;
+    }
+    return true;
+  }
+  error = "bad source '" + source +
+          "': expected tcp://HOST:PORT, udp://GROUP:PORT, serial:DEVICE?baud=N or replay:FILE";
   return false;
 }
 
@@ -98,6 +127,9 @@ std::string ClientUsage() {
          "  udp://GROUP:PORT         receive datagrams sent to a multicast group (one packet each);\n"
          "                           a non-multicast address just receives on PORT\n"
          "  serial:DEVICE?baud=N     read a serial line, raw 8N1 (baud 115200 when not given)\n"
+         "  replay:FILE              play back a recording made with --record, at the pace it\n"
+         "                           was recorded (see --speed); a damaged or cut recording is\n"
+         "                           played up to the damage, with one line saying where\n"
          "\n"
          "Options:\n"
          "  --out DIR                write every page under DIR at its path and name; a page whose\n"
@@ -123,6 +155,15 @@ std::string ClientUsage() {
          "  --packet-size N          packet size of the server, 16 to 128 (default 128)\n"
          "  --interface NAME         udp only: join the group on this interface (name or address)\n"
          "  --reconnect-pause S      tcp and serial: seconds between tries (default 1)\n"
+         "  --record FILE            write what the source delivers, as it came and with the\n"
+         "                           time it came, to FILE (replace it); flushed every second\n"
+         "  --speed X                replay only: play X times faster than recorded (default 1;\n"
+         "                           0 as fast as the file can be read)\n"
+         "  --serve [ADDR:]PORT      show the rebuilt pages as a web site on ADDR:PORT (default\n"
+         "                           address 127.0.0.1): / lists the sites and pages, each page\n"
+         "                           under its web name, .zol pages rendered as HTML that\n"
+         "                           updates itself when a new version comes\n"
+         "  --serve-public           allow --serve on an address other than loopback\n"
          "  -h, --help               show this text\n"
          "\n"
          "For each new page version one line goes to stdout:\n"
@@ -138,6 +179,7 @@ bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions
   return Guarded("ParseClientOptions()", [&] {
     bool haveSource = false;
     bool haveInterface = false;
+    bool haveSpeed = false;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
       std::string name = arguments[i];
       std::string value;
@@ -224,6 +266,30 @@ bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions
         }
         options.Interface = value;
         haveInterface = true;
+      } else if (name == "--record") {
+        if (!takeValue()) return false;
+        if (value.empty()) {
+          error = "option --record needs a file";
+          return false;
+        }
+        options.RecordFile = value;
+      } else if (name == "--speed") {
+        if (!takeValue()) return false;
+        if (value != "0" && !ParseSeconds(value, options.ReplaySpeed)) {
+          error = "bad --speed '" + value + "': expected 0 or a positive number";
+          return false;
+        }
+        if (value == "0") options.ReplaySpeed = 0;
+        haveSpeed = true;
+      } else if (name == "--serve") {
+        if (!takeValue()) return false;
+        if (!ParseServeAddress(value, options)) {
+          error = "bad --serve '" + value + "': expected [ADDR:]PORT with a dotted IPv4 address and a port";
+          return false;
+        }
+      } else if (name == "--serve-public") {
+        if (!noValue()) return false;
+        options.ServePublic = true;
       } else if (!name.empty() && name[0] == '-') {
         error = "unknown option " + name;
         return false;
@@ -237,11 +303,19 @@ bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions
     }
     if (options.Help) return true;
     if (!haveSource) {
-      error = "no source given (tcp://HOST:PORT, udp://GROUP:PORT or serial:DEVICE?baud=N); see --help";
+      error = "no source given (tcp://HOST:PORT, udp://GROUP:PORT, serial:DEVICE?baud=N or replay:FILE); see --help";
       return false;
     }
     if (haveInterface && options.Transport != TransportKind::Udp) {
       error = "--interface applies to udp:// sources only";
+      return false;
+    }
+    if (haveSpeed && options.Transport != TransportKind::Replay) {
+      error = "--speed applies to replay: sources only";
+      return false;
+    }
+    if (options.ServePort != 0 && !options.ServePublic && options.ServeAddress.rfind("127.", 0) != 0) {
+      error = "--serve on " + options.ServeAddress + " lets others see the pages; add --serve-public to allow it";
       return false;
     }
     return true;

@@ -8,7 +8,7 @@
 
 namespace zolclient {
 
-enum class TransportKind { Tcp, Udp, Serial };
+enum class TransportKind { Tcp, Udp, Serial, Replay };
 
 struct ClientOptions {
   TransportKind Transport = TransportKind::Tcp;
@@ -17,6 +17,8 @@ struct ClientOptions {
   std::uint16_t Port = 0;
   std::string Interface;  // udp: interface name or address for the join; empty: any
   std::string Device;     // serial
+  std::string ReplayFile;  // replay: a recording made with --record
+  double ReplaySpeed = 1;  // replay: times faster than recorded; 0 as fast as it reads
   std::uint32_t BaudRate = 115200;
 
   std::string OutputFolder;  // empty: pages are listed, not written
@@ -27,6 +29,13 @@ struct ClientOptions {
   bool UntilSitesComplete = false;  // --until-complete site
   std::size_t PacketSize = 128;
   double ReconnectPauseSeconds = 1;
+  std::string RecordFile;  // empty: nothing recorded
+
+  // The viewer: a web site of the rebuilt pages. ServePort 0: none.
+  std::string ServeAddress = "127.0.0.1";
+  std::uint16_t ServePort = 0;
+  bool ServePublic = false;  // an address other than loopback is allowed
+
   bool Help = false;
 };
 

@@ -221,6 +221,9 @@ std::unique_ptr<CByteSource> OpenByteSource(const ClientOptions& options, std::o
         }
         return std::make_unique<CSerialSource>(options, device, err);
       }
+      case TransportKind::Replay:
+        error = "replay is not built yet";
+        return nullptr;
     }
     error = "unknown source";
     return nullptr;
