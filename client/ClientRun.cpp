@@ -9,7 +9,9 @@
 
 #include "client/ClientSession.h"
 #include "client/ClientSources.h"
+#include "client/Recording.h"
 #include "frame/KVTException.h"
+#include "frame/platform/Paths.h"
 #include "frame/platform/Time.h"
 
 namespace zolclient {
@@ -21,6 +23,41 @@ static_assert(std::atomic<bool>::is_always_lock_free);
 
 // How long one read may wait, so that stop conditions are looked at often enough.
 constexpr int kTurnMilliseconds = 100;
+
+// --record: every read and every new connection of the source, with the time it came.
+class CReadRecorder {
+ public:
+  CReadRecorder(CRecordingWriter* writer, std::ostream& err)
+      : Writer(writer), Err(err), Start(platform::MonotonicMicroseconds()) {}
+  void NewConnection() {
+    if (Writer == nullptr) return;
+    Writer->WriteNewConnection(Elapsed());
+    TellFailure();
+  }
+  void Data(const BYTE* data, std::size_t length) {
+    if (Writer == nullptr) return;
+    Writer->WriteData(Elapsed(), data, length);
+    TellFailure();
+  }
+
+ private:
+  std::uint64_t Elapsed() const { return platform::MonotonicMicroseconds() - Start; }
+  void TellFailure() {
+    const std::string failure = Writer->TakeFailure();
+    if (!failure.empty()) Err << "zolclient: " << failure << std::endl;
+  }
+
+  CRecordingWriter* Writer;
+  std::ostream& Err;
+  std::uint64_t Start;
+};
+
+// True when `record` names the file `replay` reads: recording would empty it first.
+bool SameFile(const std::string& record, const std::string& replay) {
+  std::string recordReal;
+  std::string replayReal;
+  return platform::RealPath(record, recordReal) && platform::RealPath(replay, replayReal) && recordReal == replayReal;
+}
 
 }  // namespace
 
@@ -34,11 +71,25 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
       err << "zolclient: " << error << std::endl;
       return kExitFailed;
     }
+    if (!options.RecordFile.empty() && options.Transport == TransportKind::Replay &&
+        SameFile(options.RecordFile, options.ReplayFile)) {
+      err << "zolclient: --record " << options.RecordFile << " is the recording being played" << std::endl;
+      return kExitFailed;
+    }
     std::unique_ptr<CByteSource> source = OpenByteSource(options, err, error);
     if (!source) {
       err << "zolclient: " << error << std::endl;
       return kExitFailed;
     }
+    std::unique_ptr<CRecordingWriter> writer;
+    if (!options.RecordFile.empty()) {
+      writer = std::make_unique<CRecordingWriter>();
+      if (!writer->Open(options.RecordFile, source->IsDatagram(), error)) {
+        err << "zolclient: " << error << std::endl;
+        return kExitFailed;
+      }
+    }
+    CReadRecorder recorder(writer.get(), err);
     const std::uint64_t start = platform::MonotonicMilliseconds();
     const std::uint64_t limit = static_cast<std::uint64_t>(options.TimeoutSeconds * 1000.0);
     // A datagram larger than a packet must still be seen whole to be counted as wrong.
@@ -48,6 +99,8 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
     while (!StopRequested.load()) {
       if (options.UntilComplete > 0 && session.DistinctCompletePages() >= options.UntilComplete) break;
       if (options.UntilSitesComplete && session.AllSitesComplete()) break;
+      // A recording played to its end ends the run as a stop request does.
+      if (source->Finished()) break;
       int wait = kTurnMilliseconds;
       if (limit > 0) {
         const std::uint64_t elapsed = platform::MonotonicMilliseconds() - start;
@@ -72,8 +125,10 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
       if (source->Connections() != connections) {
         connections = source->Connections();
         session.OnNewConnection();
+        recorder.NewConnection();
       }
       if (got <= 0) continue;
+      recorder.Data(buffer.data(), static_cast<std::size_t>(got));
       if (source->IsDatagram()) {
         session.OnDatagram(buffer.data(), static_cast<std::size_t>(got));
       } else {

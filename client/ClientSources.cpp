@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <sstream>
+#include <utility>
+#include <vector>
 
+#include "client/Recording.h"
 #include "frame/KVTException.h"
 #include "frame/platform/NetworkNames.h"
 #include "frame/platform/SerialLine.h"
@@ -169,6 +172,86 @@ class CSerialSource : public CByteSource {
   unsigned Opened = 1;
 };
 
+// Plays a recording back: each record when its time has come, the times divided by the
+// speed (0: at once). Connections go up at the recorded new-connection records, so that
+// the session starts the stream afresh where the live one did.
+class CReplaySource : public CByteSource {
+ public:
+  CReplaySource(std::unique_ptr<CRecordingReader> reader, double speed, std::ostream& err)
+      : Reader(std::move(reader)), Speed(speed), Err(err) {}
+
+  long Read(BYTE* buffer, std::size_t size, int timeoutMilliseconds) override {
+    return Guarded("CReplaySource::Read()", [&]() -> long {
+      const std::uint64_t now = platform::MonotonicMicroseconds();
+      if (!Started) {
+        Start = now;
+        Started = true;
+      }
+      const std::uint64_t deadline = now + static_cast<std::uint64_t>(std::max(timeoutMilliseconds, 0)) * 1000u;
+      while (true) {
+        if (Given < Pending.size()) return GivePending(buffer, size);
+        if (!HaveNext && !TakeNext()) return 0;
+        const std::uint64_t due = DueAt(Next.Microseconds);
+        const std::uint64_t current = platform::MonotonicMicroseconds();
+        if (due > current) {
+          if (current >= deadline) return 0;
+          const std::uint64_t wait = std::min<std::uint64_t>(std::min(due, deadline) - current, 1000000u);
+          platform::SleepMicroseconds(static_cast<unsigned>(wait));
+          continue;
+        }
+        HaveNext = false;
+        if (Next.Kind == RecordKind::NewConnection) {
+          ++Made;
+          continue;
+        }
+        Pending = std::move(Next.Bytes);
+        Given = 0;
+      }
+    });
+  }
+  bool IsDatagram() const override { return Reader->IsDatagram(); }
+  unsigned Connections() const override { return Made; }
+  bool Finished() const override { return Ended && Given >= Pending.size(); }
+
+ private:
+  // Reads the next record; false (and the damage told once) at the end.
+  bool TakeNext() {
+    if (Ended) return false;
+    if (Reader->Next(Next)) {
+      HaveNext = true;
+      return true;
+    }
+    Ended = true;
+    if (!Reader->Damage().empty()) Err << "zolclient: " << Reader->Damage() << std::endl;
+    return false;
+  }
+  long GivePending(BYTE* buffer, std::size_t size) {
+    const std::size_t count = std::min(size, Pending.size() - Given);
+    std::copy_n(Pending.begin() + static_cast<std::ptrdiff_t>(Given), count, buffer);
+    // A datagram is given whole or, when the buffer is too small, cut as the system cuts one.
+    Given = Reader->IsDatagram() ? Pending.size() : Given + count;
+    return static_cast<long>(count);
+  }
+  std::uint64_t DueAt(std::uint64_t microseconds) const {
+    if (Speed <= 0) return 0;
+    // Far beyond any recording's length: the record is never due, and nothing overflows.
+    const double offset = std::min(static_cast<double>(microseconds) / Speed, 1e18);
+    return Start + static_cast<std::uint64_t>(offset);
+  }
+
+  std::unique_ptr<CRecordingReader> Reader;
+  double Speed;
+  std::ostream& Err;
+  bool Started = false;
+  std::uint64_t Start = 0;
+  RecordedRead Next;
+  bool HaveNext = false;
+  bool Ended = false;
+  std::vector<BYTE> Pending;
+  std::size_t Given = 0;
+  unsigned Made = 0;
+};
+
 }  // namespace
 
 std::unique_ptr<CByteSource> OpenByteSource(const ClientOptions& options, std::ostream& err, std::string& error) {
@@ -221,9 +304,11 @@ std::unique_ptr<CByteSource> OpenByteSource(const ClientOptions& options, std::o
         }
         return std::make_unique<CSerialSource>(options, device, err);
       }
-      case TransportKind::Replay:
-        error = "replay is not built yet";
-        return nullptr;
+      case TransportKind::Replay: {
+        auto reader = std::make_unique<CRecordingReader>();
+        if (!reader->Open(options.ReplayFile, error)) return nullptr;
+        return std::make_unique<CReplaySource>(std::move(reader), options.ReplaySpeed, err);
+      }
     }
     error = "unknown source";
     return nullptr;

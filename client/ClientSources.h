@@ -1,5 +1,6 @@
 // Where the packets come from: a TCP connection that is made again when lost, a UDP
-// socket (multicast group joined), or a serial line. All calls go through the platform.
+// socket (multicast group joined), a serial line, or a recording played back. All calls
+// go through the platform.
 #pragma once
 
 #include <cstddef>
@@ -21,10 +22,14 @@ class CByteSource {
   virtual bool IsDatagram() const = 0;
   // Connections made so far; a change means the byte stream starts afresh.
   virtual unsigned Connections() const = 0;
+  // True once the source has nothing more to give and never will (a recording played to
+  // its end); a live source never finishes.
+  virtual bool Finished() const { return false; }
 };
 
 // Opens the source the options name. On failure returns null with a one-line `error`.
-// TCP never fails here: it connects (and reconnects) inside Read, telling `err` so.
+// TCP never fails here: it connects (and reconnects) inside Read, telling `err` so. A
+// replay fails here when the file is no recording; damage further on is told on `err`.
 std::unique_ptr<CByteSource> OpenByteSource(const ClientOptions& options, std::ostream& err, std::string& error);
 
 }  // namespace zolclient

@@ -30,6 +30,12 @@ std::uint64_t MonotonicMilliseconds() {
   return static_cast<std::uint64_t>(now.tv_sec) * 1000u + static_cast<std::uint64_t>(now.tv_nsec) / 1000000u;
 }
 
+std::uint64_t MonotonicMicroseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1000000u + static_cast<std::uint64_t>(now.tv_nsec) / 1000u;
+}
+
 bool LocaleUses12HourClock() {
   const std::string format = nl_langinfo(T_FMT);
   return format.find("%p") != std::string::npos || format.find("%I") != std::string::npos ||

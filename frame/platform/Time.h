@@ -21,6 +21,8 @@ long LocalOffsetSeconds(std::time_t moment);
 
 // Milliseconds from an arbitrary fixed start; never goes back.
 std::uint64_t MonotonicMilliseconds();
+// The same clock in microseconds.
+std::uint64_t MonotonicMicroseconds();
 
 // True when the process locale writes times on a 12-hour clock.
 bool LocaleUses12HourClock();
