@@ -177,7 +177,7 @@ bool CRecordingReader::ReadHeader(std::string& error) {
   AtEnd = File == platform::kNoFile;
   const bool whole = Fill(kRecordingHeaderSize);
   const std::size_t have = std::min(Available(), sizeof kRecordingMagic);
-  if (std::memcmp(Buffer.data() + Begin, kRecordingMagic, have) != 0 || have < sizeof kRecordingMagic) {
+  if (have < sizeof kRecordingMagic || std::memcmp(Buffer.data() + Begin, kRecordingMagic, have) != 0) {
     error = Name + " is not a recording made with --record";
     return false;
   }
