@@ -488,6 +488,50 @@ TEST(RecordReplayProcess, AUdpRunRecordedIsReplayedAsDatagrams) {
   EXPECT_NE(stdoutB.find("site 0 page 5 u.bin 1500 bytes version 0.1\n"), std::string::npos) << stdoutB;
 }
 
+TEST(RecordReplayProcess, AWriteThatFailsIsToldOnceAndReceivingGoesOn) {
+  TempDir work;
+  // Ten pages of 2000 bytes, a read each: far more than the file size limit below.
+  std::vector<BYTE> file = zolclient::RecordingHeader(false, 0);
+  for (DWORD page = 1; page <= 10; ++page) {
+    AppendData(file, page * 10u,
+               handbuilt::Join(handbuilt::PagePackets(1, page, 0, 1, "", "p" + std::to_string(page) + ".bin",
+                                                      Pattern(2000, page))));
+  }
+  const std::string source = work.File("source.zolrec");
+  WriteBytes(source, file);
+  const std::string copy = work.File("copy.zolrec");
+  // The shell limits the size of the files the client writes (8 blocks); an ignored
+  // SIGXFSZ stays ignored past exec, so a write beyond the limit fails instead.
+  ChildProcess client("/bin/sh",
+                      {"-c", "trap '' XFSZ; ulimit -f 8 && exec " + kClientProgram + " replay:" + source +
+                                 " --speed 0 --record " + copy},
+                      work.Path());
+  ASSERT_EQ(client.WaitForExit(60), std::optional<int>(0)) << client.Stderr();
+  const std::string stdoutText = client.Stdout();
+  const std::string stderrText = client.Stderr();
+  for (int page = 1; page <= 10; ++page) {
+    EXPECT_NE(stdoutText.find("site 1 page " + std::to_string(page) + " p" + std::to_string(page) + ".bin 2000 bytes"),
+              std::string::npos)
+        << stdoutText;
+  }
+  EXPECT_EQ(LineCount(stderrText), 1u) << stderrText;
+  const std::string prefix = "zolclient: cannot write the recording " + copy + " (file too large); it ends after ";
+  ASSERT_EQ(stderrText.rfind(prefix, 0), 0u) << stderrText;
+  const std::size_t told = std::stoul(stderrText.substr(prefix.size()));
+  EXPECT_NE(stderrText.find(" records, and receiving goes on\n"), std::string::npos) << stderrText;
+  // What was written is a whole recording of the reads before the failure.
+  EXPECT_LT(fs::file_size(copy), file.size());
+  zolclient::CRecordingReader reader;
+  std::string error;
+  ASSERT_TRUE(reader.Open(copy, error)) << error;
+  zolclient::RecordedRead record;
+  std::size_t count = 0;
+  while (reader.Next(record)) ++count;
+  EXPECT_EQ(reader.Damage(), "");
+  EXPECT_EQ(count, told);
+  EXPECT_LT(count, 10u);
+}
+
 TEST(RecordReplayProcess, ARecordingThatCannotBeMadeOrReadEndsWithStatusOneAndOneLine) {
   TempDir work;
   std::string stdoutText;
