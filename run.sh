@@ -4,7 +4,8 @@
 # speed, over and over, and its administration pages on http://127.0.0.1:8080/ (when that
 # port is taken, zolhost says so in one line and runs without them); lets a zolclient
 # receive the whole example site once; then keeps zolhost running until Ctrl-C, the pages
-# filling with live results.
+# filling with live results, and a viewer that shows them to spectators in a browser on
+# http://127.0.0.1:8090/.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -17,7 +18,8 @@ echo "Starting zolhost on examples/ with the example meeting at 12x speed (Ctrl-
 # --code-page UTF-8 keeps every letter, where the default CP1252 would show "?" for some.
 build/bin/zolhost --appdir examples --code-page UTF-8 --race examples/race.json --race-speed 12 --race-loop "$@" &
 host=$!
-trap 'kill "$host" 2>/dev/null || true; wait "$host" 2>/dev/null || true' EXIT INT TERM
+viewer=
+trap 'kill $host $viewer 2>/dev/null || true; wait 2>/dev/null || true' EXIT INT TERM
 
 received=build/received
 rm -rf "$received"
@@ -28,6 +30,11 @@ if build/bin/zolclient tcp://127.0.0.1:51000 --out "$received" --until-complete 
 else
   echo "zolclient did not receive the whole site (see above); zolhost keeps running"
 fi
+# The viewer: a second client that shows the pages as a live web site.
+build/bin/zolclient tcp://127.0.0.1:51000 --serve 127.0.0.1:8090 &
+viewer=$!
+echo "The live pages for spectators, in a browser: http://127.0.0.1:8090/"
+echo "  (results: http://127.0.0.1:8090/site/1/results/current.html; the client says above if port 8090 is taken)"
 cat <<TEXT
 zolhost keeps publishing; Ctrl-C ends it. The meeting (practice, qualifying, a race of ten
 laps, about three minutes at this speed) starts again after its last run. To watch it live,

@@ -156,7 +156,8 @@ std::string ClientUsage() {
          "  --interface NAME         udp only: join the group on this interface (name or address)\n"
          "  --reconnect-pause S      tcp and serial: seconds between tries (default 1)\n"
          "  --record FILE            write what the source delivers, as it came and with the\n"
-         "                           time it came, to FILE (replace it); flushed every second\n"
+         "                           time it came, to FILE (replace it); each read is written\n"
+         "                           as it comes, so a crash loses nothing already received\n"
          "  --speed X                replay only: play X times faster than recorded (default 1;\n"
          "                           0 as fast as the file can be read)\n"
          "  --serve [ADDR:]PORT      show the rebuilt pages as a web site on ADDR:PORT (default\n"
@@ -171,7 +172,8 @@ std::string ClientUsage() {
          "where PATH/NAME is (information) for a site's information page (page 0), and\n"
          "  site S rebuilt: build time T\n"
          "when a site's information page shows a new build time.\n"
-         "Exit status: 0 done, 1 a source that cannot be opened or a goal not reached in time,\n"
+         "Exit status: 0 done, 1 a source that cannot be opened or a goal not reached in time\n"
+         "(or before a recording ended), "
          "2 a bad argument.\n";
 }
 

@@ -141,3 +141,51 @@ TEST(ClientOptions, MaxBytesDefaultsToOneGibibyteAndTakesACount) {
 }
 
 }  // namespace
+
+TEST(ClientOptions, ReplayTakesAFileAndASpeed) {
+  ClientOptions o;
+  std::string error;
+  ASSERT_TRUE(Parse({"replay:/tmp/run.zolrec", "--speed", "0", "--out", "pages"}, o, error)) << error;
+  EXPECT_EQ(o.Transport, TransportKind::Replay);
+  EXPECT_EQ(o.ReplayFile, "/tmp/run.zolrec");
+  EXPECT_DOUBLE_EQ(o.ReplaySpeed, 0);
+  ASSERT_TRUE(Parse({"replay:run.zolrec", "--speed=2.5"}, o, error)) << error;
+  EXPECT_DOUBLE_EQ(o.ReplaySpeed, 2.5);
+  ASSERT_TRUE(Parse({"replay:run.zolrec"}, o, error)) << error;
+  EXPECT_DOUBLE_EQ(o.ReplaySpeed, 1);
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--record", "out.zolrec"}, o, error)) << error;
+  EXPECT_EQ(o.RecordFile, "out.zolrec");
+
+  EXPECT_FALSE(Parse({"replay:"}, o, error));
+  EXPECT_EQ(error, "bad source 'replay:': expected replay:FILE");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--speed", "2"}, o, error));
+  EXPECT_EQ(error, "--speed applies to replay: sources only");
+  EXPECT_FALSE(Parse({"replay:a", "--speed", "-1"}, o, error));
+  EXPECT_EQ(error, "bad --speed '-1': expected 0 or a positive number");
+  EXPECT_FALSE(Parse({"replay:a", "--speed", "fast"}, o, error));
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--record", ""}, o, error));
+  EXPECT_EQ(error, "option --record needs a file");
+}
+
+TEST(ClientOptions, ServeIsOnLoopbackUnlessMadePublic) {
+  ClientOptions o;
+  std::string error;
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--serve", "8090"}, o, error)) << error;
+  EXPECT_EQ(o.ServeAddress, "127.0.0.1");
+  EXPECT_EQ(o.ServePort, 8090);
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--serve", "127.0.0.2:8091"}, o, error)) << error;
+  EXPECT_EQ(o.ServeAddress, "127.0.0.2");
+  EXPECT_EQ(o.ServePort, 8091);
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--serve", "0.0.0.0:80", "--serve-public"}, o, error)) << error;
+  EXPECT_EQ(o.ServeAddress, "0.0.0.0");
+  EXPECT_TRUE(o.ServePublic);
+
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--serve", "0.0.0.0:80"}, o, error));
+  EXPECT_EQ(error, "--serve on 0.0.0.0 lets others see the pages; add --serve-public to allow it");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--serve", "host.example:80"}, o, error));
+  EXPECT_EQ(error, "bad --serve 'host.example:80': expected [ADDR:]PORT with a dotted IPv4 address and a port");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--serve", "0"}, o, error));
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--serve", "70000"}, o, error));
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--serve-public=yes"}, o, error));
+  EXPECT_EQ(error, "option --serve-public takes no value");
+}

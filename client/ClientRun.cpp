@@ -10,6 +10,7 @@
 #include "client/ClientSession.h"
 #include "client/ClientSources.h"
 #include "client/Recording.h"
+#include "client/ViewerServer.h"
 #include "frame/KVTException.h"
 #include "frame/platform/Paths.h"
 #include "frame/platform/Time.h"
@@ -76,6 +77,16 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
       err << "zolclient: --record " << options.RecordFile << " is the recording being played" << std::endl;
       return kExitFailed;
     }
+    CViewerPages viewerPages;
+    CViewerServer viewer(viewerPages);
+    if (options.ServePort != 0) {
+      if (!viewer.Start(options.ServeAddress, options.ServePort, error)) {
+        err << "zolclient: " << error << std::endl;
+        return kExitFailed;
+      }
+      session.ShowIn(&viewerPages);
+      err << "zolclient: viewer at http://" << options.ServeAddress << ":" << viewer.Port() << "/" << std::endl;
+    }
     std::unique_ptr<CByteSource> source = OpenByteSource(options, err, error);
     if (!source) {
       err << "zolclient: " << error << std::endl;
@@ -96,30 +107,42 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
     std::vector<BYTE> buffer(source->IsDatagram() ? 65536 : 16384);
     unsigned connections = source->Connections();
     int status = kExitDone;
+    // Tells what the goal of --until-complete still lacks; false when there is no such goal.
+    const auto tellShortfall = [&](const char* when) {
+      if (options.UntilComplete > 0) {
+        err << "zolclient: " << session.DistinctCompletePages() << " of " << options.UntilComplete
+            << " pages complete " << when << std::endl;
+      }
+      if (options.UntilSitesComplete) {
+        for (const std::string& shortfall : session.SiteStates().Shortfalls()) {
+          err << "zolclient: " << shortfall << " " << when << std::endl;
+        }
+      }
+      return options.UntilComplete > 0 || options.UntilSitesComplete;
+    };
     while (!StopRequested.load()) {
       if (options.UntilComplete > 0 && session.DistinctCompletePages() >= options.UntilComplete) break;
       if (options.UntilSitesComplete && session.AllSitesComplete()) break;
-      // A recording played to its end ends the run as a stop request does.
-      if (source->Finished()) break;
+      // A recording played to its end ends the run as a stop request does, unless its
+      // pages are being shown: then they stay until the run is stopped or times out.
+      const bool finished = source->Finished();
+      if (finished && options.ServePort == 0) {
+        if (tellShortfall("when the recording ended")) status = kExitFailed;
+        break;
+      }
       int wait = kTurnMilliseconds;
       if (limit > 0) {
         const std::uint64_t elapsed = platform::MonotonicMilliseconds() - start;
         if (elapsed >= limit) {
-          if (options.UntilComplete > 0) {
-            err << "zolclient: " << session.DistinctCompletePages() << " of " << options.UntilComplete
-                << " pages complete when the time ran out" << std::endl;
-            status = kExitFailed;
-          }
-          if (options.UntilSitesComplete) {
-            for (const std::string& shortfall : session.SiteStates().Shortfalls()) {
-              err << "zolclient: " << shortfall << " when the time ran out" << std::endl;
-            }
-            status = kExitFailed;
-          }
+          if (tellShortfall("when the time ran out")) status = kExitFailed;
           break;
         }
         wait = static_cast<int>(std::min<std::uint64_t>(limit - elapsed, kTurnMilliseconds));
         wait = std::max(wait, 1);
+      }
+      if (finished) {
+        platform::SleepMilliseconds(wait);
+        continue;
       }
       const long got = source->Read(buffer.data(), buffer.size(), wait);
       if (source->Connections() != connections) {

@@ -12,6 +12,7 @@
 #include "client/PageAssembler.h"
 #include "client/PageWriter.h"
 #include "client/SiteTracker.h"
+#include "client/ViewerPages.h"
 
 namespace zolclient {
 
@@ -29,6 +30,9 @@ class CClientSession {
   void OnDatagram(const BYTE* data, std::size_t length);
   // A new connection starts at a packet boundary, and the server may have restarted.
   void OnNewConnection();
+  // Hands every good packet's arrival, every content page and every site clock to the
+  // viewer as well (null: none).
+  void ShowIn(CViewerPages* viewer) { Viewer = viewer; }
 
   std::size_t DistinctCompletePages() const { return Assembler.DistinctCompletePages(); }
   // Every site heard is complete (see CSiteTracker for the rule).
@@ -55,6 +59,7 @@ class CClientSession {
   CSiteTracker Sites;
   std::set<DWORD> InformationWriteFailed;  // sites whose information file could not be written
   bool LimitTold = false;
+  CViewerPages* Viewer = nullptr;
   std::ostream& Out;
   std::ostream& Err;
 };

@@ -6,6 +6,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +14,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "client/ClientOptions.h"
@@ -304,14 +306,17 @@ TEST(RecordReplayRun, UntilCompleteAndTimeoutKeepTheirRulesInAReplay) {
     EXPECT_EQ(out.str().find("three.txt"), std::string::npos) << out.str();
   }
   {
-    // The recording ends before the count is reached: the run ends normally.
+    // The recording ends before the count is reached: told as when the time runs out,
+    // with status 1, instead of waiting for the timeout.
     zolclient::ClientOptions options = ReplayOptions(path, 0);
     options.UntilComplete = 10;
     options.TimeoutSeconds = 30;
     std::ostringstream out;
     std::ostringstream err;
-    EXPECT_EQ(zolclient::RunClient(options, out, err), zolclient::kExitDone) << err.str();
-    EXPECT_EQ(err.str(), "");
+    const std::uint64_t start = platform::MonotonicMilliseconds();
+    EXPECT_EQ(zolclient::RunClient(options, out, err), zolclient::kExitFailed);
+    EXPECT_LT(platform::MonotonicMilliseconds() - start, 10000u);
+    EXPECT_EQ(err.str(), "zolclient: 3 of 10 pages complete when the recording ended\n");
   }
   {
     // The time runs out while the replay still waits for its records: status 1 as live.
@@ -546,6 +551,49 @@ TEST(RecordReplayProcess, ARecordingThatCannotBeMadeOrReadEndsWithStatusOneAndOn
   EXPECT_EQ(RunToEnd(kClientProgram, {"replay:" + notes}, work.Path(), 30, &stdoutText, &stderrText),
             std::optional<int>(1));
   EXPECT_EQ(stderrText, "zolclient: " + notes + " is not a recording made with --record\n");
+}
+
+// GET `path` of the viewer on its own connection; the whole answer, or "" after 5 s.
+std::string FetchFromViewer(std::uint16_t port, const std::string& path) {
+  const int socket = platform::TcpConnectWithin("127.0.0.1", port, 2000);
+  if (socket < 0) return "";
+  const std::string request = "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
+  platform::SendSome(socket, request.data(), request.size());
+  std::string answer;
+  char buffer[4096];
+  const std::uint64_t start = platform::MonotonicMilliseconds();
+  while (platform::MonotonicMilliseconds() - start < 5000) {
+    if (!platform::WaitReadable(socket, 100000)) continue;
+    const long got = platform::ReceiveSome(socket, buffer, sizeof buffer);
+    if (got <= 0) break;
+    answer.append(buffer, static_cast<std::size_t>(got));
+  }
+  platform::CloseSocket(socket);
+  return answer;
+}
+
+TEST(RecordReplayProcess, AFinishedReplayKeepsItsPagesOnShowInTheViewerUntilStopped) {
+  TempDir work;
+  const std::string path = work.File("pages.zolrec");
+  WriteBytes(path, PagesRecording(false));
+  const std::uint16_t port = platform::FindFreeTcpPort();
+  ChildProcess client(kClientProgram,
+                      {"replay:" + path, "--speed", "0", "--serve", "127.0.0.1:" + std::to_string(port), "--timeout", "60"},
+                      work.Path());
+  ASSERT_TRUE(client.WaitForStderr("zolclient: viewer at http://127.0.0.1:" + std::to_string(port) + "/", 10))
+      << client.Stderr();
+  // The replay at full speed is over at once; the pages stay on show.
+  ASSERT_TRUE(client.WaitForStdout("three.txt", 10)) << client.Stdout();
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_TRUE(client.Running());
+  const std::string index = FetchFromViewer(port, "/");
+  EXPECT_NE(index.find("href=\"/site/1/one.html\""), std::string::npos) << index;
+  EXPECT_NE(index.find("href=\"/site/1/sub/two.bin\""), std::string::npos) << index;
+  const std::string page = FetchFromViewer(port, "/site/1/one.html");
+  EXPECT_NE(page.find("Content-Type: text/html"), std::string::npos) << page;
+  EXPECT_NE(page.find("\r\n\r\n<p>one</p>"), std::string::npos) << page;
+  client.Signal(SIGTERM);
+  EXPECT_EQ(client.WaitForExit(10), std::optional<int>(0));
 }
 
 }  // namespace
