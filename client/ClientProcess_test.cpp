@@ -75,15 +75,7 @@ int AcceptWithin(int listener, long seconds) {
 
 Bytes Text(const std::string& text) { return handbuilt::TextBytes(text); }
 
-Bytes LongText(std::size_t n, unsigned seed) {
-  Bytes data(n);
-  unsigned x = seed;
-  for (auto& b : data) {
-    x = x * 1103515245u + 12345u;
-    b = static_cast<BYTE>(x >> 16);
-  }
-  return data;
-}
+std::vector<BYTE> LongText(std::size_t n, unsigned seed) { return handbuilt::SeededBytes(n, seed); }
 
 TEST(ClientProcessPort, TcpClientRebuildsPagesAcrossAReconnection) {
   ScopedTempFolder temp;

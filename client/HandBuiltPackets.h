@@ -138,4 +138,15 @@ inline Bytes Join(const std::vector<Bytes>& packets) {
 
 inline Bytes TextBytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
+// `count` bytes that look random and are the same for the same seed.
+inline Bytes SeededBytes(std::size_t count, unsigned seed) {
+  Bytes data(count);
+  unsigned x = seed;
+  for (auto& b : data) {
+    x = x * 1103515245u + 12345u;
+    b = static_cast<BYTE>(x >> 16);
+  }
+  return data;
+}
+
 }  // namespace handbuilt

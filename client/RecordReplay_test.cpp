@@ -45,15 +45,7 @@ std::vector<BYTE> FileBytes(const std::string& path) {
   return std::vector<BYTE>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-Bytes Pattern(std::size_t n, unsigned seed) {
-  Bytes data(n);
-  unsigned x = seed;
-  for (auto& b : data) {
-    x = x * 1103515245u + 12345u;
-    b = static_cast<BYTE>(x >> 16);
-  }
-  return data;
-}
+std::vector<BYTE> Pattern(std::size_t n, unsigned seed) { return handbuilt::SeededBytes(n, seed); }
 
 void AppendData(std::vector<BYTE>& file, std::uint64_t microseconds, const Bytes& data) {
   zolclient::AppendRecord(file, microseconds, RecordKind::Data, data.data(), data.size());

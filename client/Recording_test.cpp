@@ -1,5 +1,6 @@
 // The recording file: what the writer stores comes back from the reader read by read,
 // and a file that is no recording, of another version, or damaged is told in one line.
+#include "client/HandBuiltPackets.h"
 #include "client/Recording.h"
 
 #include <gtest/gtest.h>
@@ -19,15 +20,7 @@ using zolclient::CRecordingWriter;
 using zolclient::RecordedRead;
 using zolclient::RecordKind;
 
-std::vector<BYTE> Pattern(std::size_t n, unsigned seed) {
-  std::vector<BYTE> data(n);
-  unsigned x = seed;
-  for (auto& b : data) {
-    x = x * 1103515245u + 12345u;
-    b = static_cast<BYTE>(x >> 16);
-  }
-  return data;
-}
+std::vector<BYTE> Pattern(std::size_t n, unsigned seed) { return handbuilt::SeededBytes(n, seed); }
 
 std::vector<BYTE> FileBytes(const std::string& path) {
   std::ifstream in(path, std::ios::binary);

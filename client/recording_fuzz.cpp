@@ -24,6 +24,7 @@
 
 #include "client/ClientOptions.h"
 #include "client/ClientSources.h"
+#include "client/HandBuiltPackets.h"
 #include "client/Recording.h"
 #include "frame/KVTException.h"
 
@@ -35,15 +36,7 @@ void Check(bool condition) {
 
 bool OneLine(const std::string& text) { return !text.empty() && text.find('\n') == std::string::npos; }
 
-std::vector<BYTE> Pattern(std::size_t n, unsigned seed) {
-  std::vector<BYTE> data(n);
-  unsigned x = seed;
-  for (auto& b : data) {
-    x = x * 1103515245u + 12345u;
-    b = static_cast<BYTE>(x >> 16);
-  }
-  return data;
-}
+std::vector<BYTE> Pattern(std::size_t n, unsigned seed) { return handbuilt::SeededBytes(n, seed); }
 
 void WriteSeed(const std::string& path, const std::vector<BYTE>& bytes) {
   std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),

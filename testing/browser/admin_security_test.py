@@ -12,7 +12,6 @@ opens and saves files byte for byte. A screenshot of every page goes to the scre
 folder; every wait is bounded, and so is the whole run.
 """
 
-import argparse
 import http.server
 import json
 import os
@@ -22,7 +21,7 @@ import time
 import urllib.parse
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from browser_support import BrowserRun, StepFailed, free_port, main_of  # noqa: E402
+from browser_support import command_line_main, BrowserRun, StepFailed, free_port  # noqa: E402
 from selenium.webdriver.common.by import By  # noqa: E402
 
 WHOLE_RUN = 170  # seconds for everything
@@ -278,13 +277,8 @@ class SecurityRun(BrowserRun):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    parser.add_argument("--bin", required=True, help="folder of zolhost and zolclient")
-    parser.add_argument("--examples", required=True, help="the examples folder")
-    parser.add_argument("--screenshots", required=True, help="folder for the screenshots of the pages")
-    parser.add_argument("--only", choices=PARTS, help="run only this part")
-    args = parser.parse_args()
-    return main_of(SecurityRun, args, WHOLE_RUN, "admin_security_test")
+    return command_line_main(SecurityRun, __doc__, WHOLE_RUN, "admin_security_test",
+                             lambda parser: parser.add_argument("--only", choices=PARTS, help="run only this part"))
 
 
 if __name__ == "__main__":

@@ -2,6 +2,7 @@
 examples as an application directory, zolhost and zolclient as child processes, headless
 Chromium with bounded waits and numbered screenshots, and a bound on the whole run."""
 
+import argparse
 import os
 import shutil
 import signal
@@ -275,3 +276,16 @@ def main_of(run_class, args, whole_run, name):
             print(f"{name}: logs kept in {work}", file=sys.stderr)
     print(f"{name}: {'passed' if status == 0 else 'failed'} in {time.monotonic() - started:.1f} s")
     return status
+
+
+def command_line_main(run_class, doc, whole_run, name, more_options=None):
+    """Reads the command line every browser test takes (and `more_options`, a function
+    that adds its own to the parser), then runs the test; returns the exit status."""
+    parser = argparse.ArgumentParser(description=doc.split("\n\n")[0])
+    parser.add_argument("--bin", required=True, help="folder of zolhost and zolclient")
+    parser.add_argument("--examples", required=True, help="the examples folder")
+    parser.add_argument("--screenshots", required=True, help="folder for the screenshots of the steps")
+    if more_options is not None:
+        more_options(parser)
+    return main_of(run_class, parser.parse_args(), whole_run, name)
+

@@ -11,7 +11,6 @@ to the screenshot folder; the first step that does not show what it should ends 
 with exit status 1. Every wait is bounded, and so is the whole run.
 """
 
-import argparse
 import json
 import os
 import signal
@@ -19,7 +18,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from browser_support import WAIT, BrowserRun, StepFailed, free_port, main_of, port_open  # noqa: E402
+from browser_support import command_line_main, WAIT, BrowserRun, StepFailed, free_port, port_open  # noqa: E402
 from selenium.webdriver.common.by import By  # noqa: E402
 
 WHOLE_RUN = 170  # seconds for everything
@@ -123,12 +122,7 @@ class Run(BrowserRun):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    parser.add_argument("--bin", required=True, help="folder of zolhost and zolclient")
-    parser.add_argument("--examples", required=True, help="the examples folder")
-    parser.add_argument("--screenshots", required=True, help="folder for the screenshots of the steps")
-    args = parser.parse_args()
-    return main_of(Run, args, WHOLE_RUN, "viewer_browser_test")
+    return command_line_main(Run, __doc__, WHOLE_RUN, "viewer_browser_test")
 
 
 if __name__ == "__main__":
