@@ -84,7 +84,7 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
         err << "zolclient: " << error << std::endl;
         return kExitFailed;
       }
-      session.ShowIn(&viewerPages);
+      session.AddListener(&viewerPages);
       err << "zolclient: viewer at http://" << options.ServeAddress << ":" << viewer.Port() << "/" << std::endl;
     }
     std::unique_ptr<CByteSource> source = OpenByteSource(options, err, error);

@@ -28,7 +28,7 @@ bool CClientSession::Prepare(std::string& error) {
 
 void CClientSession::OnPacket(const ScannedPacket& packet) {
   Sites.NoteSite(wire::SiteNumber(packet.PacketID));
-  if (Viewer != nullptr) Viewer->OnPacket();
+  for (CPageListener* listener : Listeners) listener->OnPacket();
   Assembler.Add(packet, [&](const ReceivedPage& page) { OnPage(page); });
 }
 
@@ -77,7 +77,7 @@ void CClientSession::OnInformationPage(const ReceivedPage& page) {
       Out << "site " << page.SiteNumber << " rebuilt: build time " << Sites.Sites().at(page.SiteNumber).BuildTime
           << std::endl;
     }
-    if (Viewer != nullptr) Viewer->OnSiteClock(page.SiteNumber, Sites.Sites().at(page.SiteNumber).Clock);
+    for (CPageListener* listener : Listeners) listener->OnSiteClock(page.SiteNumber, Sites.Sites().at(page.SiteNumber).Clock);
     if (!Output.OutputFolder().empty()) {
       const WriteResult written = Output.WriteInformation(page.SiteNumber, Sites.InformationFileText(page.SiteNumber));
       if (written == WriteResult::OverLimit) {
@@ -99,7 +99,7 @@ void CClientSession::OnPage(const ReceivedPage& page) {
     }
     // Complete is complete: a page that cannot be written still counts for its site.
     Sites.OnContentPage(page.SiteNumber, page.PageNumber);
-    if (Viewer != nullptr) Viewer->OnPage(page);
+    for (CPageListener* listener : Listeners) listener->OnPage(page);
     const std::string location = PrintableText(DisplayLocation(page.Record.Path, page.Record.Name));
     if (!Output.OutputFolder().empty()) {
       switch (Output.Write(page)) {

@@ -7,12 +7,13 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "client/PacketScanner.h"
 #include "client/PageAssembler.h"
 #include "client/PageWriter.h"
 #include "client/SiteTracker.h"
-#include "client/ViewerPages.h"
+#include "client/PageListener.h"
 
 namespace zolclient {
 
@@ -30,9 +31,8 @@ class CClientSession {
   void OnDatagram(const BYTE* data, std::size_t length);
   // A new connection starts at a packet boundary, and the server may have restarted.
   void OnNewConnection();
-  // Hands every good packet's arrival, every content page and every site clock to the
-  // viewer as well (null: none).
-  void ShowIn(CViewerPages* viewer) { Viewer = viewer; }
+  // Tells `listener` of every good packet, content page and site clock as well.
+  void AddListener(CPageListener* listener) { Listeners.push_back(listener); }
 
   std::size_t DistinctCompletePages() const { return Assembler.DistinctCompletePages(); }
   // Every site heard is complete (see CSiteTracker for the rule).
@@ -59,7 +59,7 @@ class CClientSession {
   CSiteTracker Sites;
   std::set<DWORD> InformationWriteFailed;  // sites whose information file could not be written
   bool LimitTold = false;
-  CViewerPages* Viewer = nullptr;
+  std::vector<CPageListener*> Listeners;
   std::ostream& Out;
   std::ostream& Err;
 };

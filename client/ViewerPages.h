@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "client/PageAssembler.h"
+#include "client/PageListener.h"
 #include "frame/Types.h"
 
 namespace zolclient {
@@ -40,16 +41,16 @@ struct ViewerEvent {
   std::string Version;
 };
 
-class CViewerPages {
+class CViewerPages : public CPageListener {
  public:
   // How many of the latest changes are kept for event streams that fall behind.
   static constexpr std::size_t kKeptEvents = 512;
   // Without a packet for this long the stream counts as lost.
   static constexpr double kLostAfterSeconds = 10;
 
-  void OnPacket();
-  void OnPage(const ReceivedPage& page);
-  void OnSiteClock(DWORD site, const std::map<std::string, std::string>& clock);
+  void OnPacket() override;
+  void OnPage(const ReceivedPage& page) override;
+  void OnSiteClock(DWORD site, const std::map<std::string, std::string>& clock) override;
 
   std::vector<ViewerPage> Pages() const;
   std::optional<ViewerPage> FindByWebName(DWORD site, const std::string& webName) const;
