@@ -54,8 +54,18 @@ bool SplitSitePath(const std::string& url, DWORD& site, std::string& rest) {
   return true;
 }
 
-extern "C" ssize_t ReadStreamCallback(void* stream, std::uint64_t, char* buffer, std::size_t size);
-extern "C" void FreeStreamCallback(void* stream);
+// The library's callbacks are C: a failure must end in them, as the library's own way
+// to fail the request or the stream.
+template <class Body, class Result>
+Result Contained(Body&& body, Result onFailure) {
+  try {
+    return body();
+  } catch (CKVTException* e) {
+    delete e;
+  } catch (...) {
+  }
+  return onFailure;
+}
 
 struct StreamContext {
   CViewerServer* Server;
@@ -64,27 +74,17 @@ struct StreamContext {
 
 extern "C" ssize_t ReadStreamCallback(void* context, std::uint64_t, char* buffer, std::size_t size) {
   auto* stream = static_cast<StreamContext*>(context);
-  return stream->Server->ReadStream(*stream->Stream, buffer, size);
+  return Contained([&]() -> ssize_t { return stream->Server->ReadStream(*stream->Stream, buffer, size); },
+                   static_cast<ssize_t>(MHD_CONTENT_READER_END_WITH_ERROR));
 }
 
 extern "C" void FreeStreamCallback(void* context) {
   auto* stream = static_cast<StreamContext*>(context);
-  stream->Server->EndStream(stream->Stream);
+  Contained([&] { return (stream->Server->EndStream(stream->Stream), true); }, false);
   delete stream;
 }
 
-extern "C" MHD_Result OnViewerRequest(void* server, MHD_Connection* connection, const char* url, const char* method,
-                                      const char*, const char*, std::size_t* uploadSize, void** state) {
-  // The first call only announces the request; a body is not wanted.
-  if (*state == nullptr) {
-    *state = connection;
-    return MHD_YES;
-  }
-  if (*uploadSize != 0) {
-    *uploadSize = 0;
-    return MHD_YES;
-  }
-  auto* viewer = static_cast<CViewerServer*>(server);
+MHD_Result AnswerRequest(CViewerServer* viewer, MHD_Connection* connection, const char* url, const char* method) {
   const char* part = MHD_lookup_connection_value(connection, MHD_GET_ARGUMENT_KIND, "part");
   const auto answer = viewer->Serve(method, url, part != nullptr ? part : "");
   MHD_Response* response = nullptr;
@@ -112,6 +112,20 @@ extern "C" MHD_Result OnViewerRequest(void* server, MHD_Connection* connection, 
   const MHD_Result queued = MHD_queue_response(connection, answer.Status, response);
   MHD_destroy_response(response);
   return queued;
+}
+
+extern "C" MHD_Result OnViewerRequest(void* server, MHD_Connection* connection, const char* url, const char* method,
+                                      const char*, const char*, std::size_t* uploadSize, void** state) {
+  // The first call only announces the request; a body is not wanted.
+  if (*state == nullptr) {
+    *state = connection;
+    return MHD_YES;
+  }
+  if (*uploadSize != 0) {
+    *uploadSize = 0;
+    return MHD_YES;
+  }
+  return Contained([&] { return AnswerRequest(static_cast<CViewerServer*>(server), connection, url, method); }, MHD_NO);
 }
 
 // The library's messages are not the viewer's business; failures show as answers.
