@@ -109,8 +109,12 @@ bool ParseSource(const std::string& source, ClientOptions& options, std::string&
     }
     return true;
   }
+  if (IsMqttAddress(source)) {
+    options.Transport = TransportKind::Mqtt;
+    return ParseMqttAddress(source, MqttAddressUse::Read, options.MqttSource, error);
+  }
   error = "bad source '" + source +
-          "': expected tcp://HOST:PORT, udp://GROUP:PORT, serial:DEVICE?baud=N or replay:FILE";
+          "': expected tcp://HOST:PORT, udp://GROUP:PORT, serial:DEVICE?baud=N replay:FILE or mqtt://HOST[:PORT]/PREFIX/SITE";
   return false;
 }
 
@@ -130,6 +134,12 @@ std::string ClientUsage() {
          "  replay:FILE              play back a recording made with --record, at the pace it\n"
          "                           was recorded (see --speed); a damaged or cut recording is\n"
          "                           played up to the damage, with one line saying where\n"
+         "  mqtt://HOST[:PORT]/PREFIX/SITE\n"
+         "                           read the pages of SITE that zolclient --mqtt published to an\n"
+         "                           MQTT broker (port 1883; mqtts:// is TLS, port 8883); the\n"
+         "                           broker's retained pages come at once, new versions as they\n"
+         "                           are published; a message that is not one of ours is skipped\n"
+         "                           with one line\n"
          "\n"
          "Options:\n"
          "  --out DIR                write every page under DIR at its path and name; a page whose\n"
@@ -165,6 +175,19 @@ std::string ClientUsage() {
          "                           under its web name, .zol pages rendered as HTML that\n"
          "                           updates itself when a new version comes\n"
          "  --serve-public           allow --serve on an address other than loopback\n"
+         "  --mqtt mqtt://HOST[:PORT]/PREFIX\n"
+         "                           publish every page version completed to an MQTT 5 broker,\n"
+         "                           retained, on PREFIX/SITE/PATH/NAME with its version, page\n"
+         "                           number and level as user properties, and each site's clock\n"
+         "                           and parameters as JSON on PREFIX/SITE/_clock; when the broker\n"
+         "                           is lost, reconnect (at most 10 s apart) and publish every\n"
+         "                           page again (kept in memory up to --max-bytes)\n"
+         "  --mqtt-qos 0|1           quality of service of publishing and reading (default 1)\n"
+         "  --mqtt-client-id ID      the broker client id of --mqtt (of an mqtt:// source when\n"
+         "                           nothing is published); default: one made up\n"
+         "  --mqtt-username NAME     log in to the broker(s) as NAME, with\n"
+         "  --mqtt-password-file F   the password on the first line of F\n"
+         "  --mqtt-cafile FILE       the certificate authority for mqtts:// addresses (needed)\n"
          "  -h, --help               show this text\n"
          "\n"
          "For each new page version one line goes to stdout:\n"
@@ -182,6 +205,7 @@ bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions
     bool haveSource = false;
     bool haveInterface = false;
     bool haveSpeed = false;
+    bool haveMqttSetting = false;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
       std::string name = arguments[i];
       std::string value;
@@ -289,6 +313,30 @@ bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions
           error = "bad --serve '" + value + "': expected [ADDR:]PORT with a dotted IPv4 address and a port";
           return false;
         }
+      } else if (name == "--mqtt") {
+        if (!takeValue()) return false;
+        if (!ParseMqttAddress(value, MqttAddressUse::Publish, options.MqttPublishAddress, error)) return false;
+        options.MqttPublish = true;
+      } else if (name == "--mqtt-client-id" || name == "--mqtt-username" || name == "--mqtt-password-file" ||
+                 name == "--mqtt-cafile") {
+        if (!takeValue()) return false;
+        if (value.empty()) {
+          error = "option " + name + " needs a value";
+          return false;
+        }
+        if (name == "--mqtt-client-id") options.MqttClientId = value;
+        if (name == "--mqtt-username") options.MqttUsername = value;
+        if (name == "--mqtt-password-file") options.MqttPasswordFile = value;
+        if (name == "--mqtt-cafile") options.MqttCaFile = value;
+        haveMqttSetting = true;
+      } else if (name == "--mqtt-qos") {
+        if (!takeValue()) return false;
+        if (value != "0" && value != "1") {
+          error = "bad --mqtt-qos '" + value + "': expected 0 or 1";
+          return false;
+        }
+        options.MqttQos = value == "1" ? 1 : 0;
+        haveMqttSetting = true;
       } else if (name == "--serve-public") {
         if (!noValue()) return false;
         options.ServePublic = true;
@@ -305,7 +353,8 @@ bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions
     }
     if (options.Help) return true;
     if (!haveSource) {
-      error = "no source given (tcp://HOST:PORT, udp://GROUP:PORT, serial:DEVICE?baud=N or replay:FILE); see --help";
+      error = "no source given (tcp://HOST:PORT, udp://GROUP:PORT, serial:DEVICE?baud=N, replay:FILE or "
+              "mqtt://HOST/PREFIX/SITE); see --help";
       return false;
     }
     if (haveInterface && options.Transport != TransportKind::Udp) {
@@ -314,6 +363,29 @@ bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions
     }
     if (haveSpeed && options.Transport != TransportKind::Replay) {
       error = "--speed applies to replay: sources only";
+      return false;
+    }
+    const bool readsBroker = options.Transport == TransportKind::Mqtt;
+    if (haveMqttSetting && !readsBroker && !options.MqttPublish) {
+      error = "the --mqtt-* settings apply to an mqtt:// source or to --mqtt only";
+      return false;
+    }
+    if (options.MqttPasswordFile.empty() != options.MqttUsername.empty()) {
+      error = "--mqtt-username and --mqtt-password-file go together";
+      return false;
+    }
+    if (options.MqttCaFile.empty() &&
+        ((readsBroker && options.MqttSource.Tls) || (options.MqttPublish && options.MqttPublishAddress.Tls))) {
+      error = "an mqtts:// address needs --mqtt-cafile";
+      return false;
+    }
+    if (!options.MqttCaFile.empty() && !(readsBroker && options.MqttSource.Tls) &&
+        !(options.MqttPublish && options.MqttPublishAddress.Tls)) {
+      error = "--mqtt-cafile applies to mqtts:// addresses only";
+      return false;
+    }
+    if (readsBroker && !options.RecordFile.empty()) {
+      error = "--record applies to packet sources only; an mqtt:// source gives whole pages";
       return false;
     }
     if (options.ServePort != 0 && !options.ServePublic && options.ServeAddress.rfind("127.", 0) != 0) {

@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "client/MqttAddress.h"
+
 namespace zolclient {
 
-enum class TransportKind { Tcp, Udp, Serial, Replay };
+enum class TransportKind { Tcp, Udp, Serial, Replay, Mqtt };
 
 struct ClientOptions {
   TransportKind Transport = TransportKind::Tcp;
@@ -35,6 +37,16 @@ struct ClientOptions {
   std::string ServeAddress = "127.0.0.1";
   std::uint16_t ServePort = 0;
   bool ServePublic = false;  // an address other than loopback is allowed
+
+  // A broker: read from as the source (TransportKind::Mqtt), and/or published to (--mqtt).
+  MqttAddress MqttSource;
+  bool MqttPublish = false;
+  MqttAddress MqttPublishAddress;
+  std::string MqttClientId;  // the publisher's, or the source's when nothing is published
+  std::string MqttUsername;
+  std::string MqttPasswordFile;
+  std::string MqttCaFile;
+  int MqttQos = 1;
 
   bool Help = false;
 };

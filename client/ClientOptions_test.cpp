@@ -189,3 +189,58 @@ TEST(ClientOptions, ServeIsOnLoopbackUnlessMadePublic) {
   EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--serve-public=yes"}, o, error));
   EXPECT_EQ(error, "option --serve-public takes no value");
 }
+
+TEST(ClientOptions, MqttSourceAndPublishingSettings) {
+  ClientOptions o;
+  std::string error;
+  ASSERT_TRUE(Parse({"mqtt://127.0.0.1:1884/zol/1", "--out", "pages", "--until-complete", "site"}, o, error)) << error;
+  EXPECT_EQ(o.Transport, TransportKind::Mqtt);
+  EXPECT_EQ(o.MqttSource.Host, "127.0.0.1");
+  EXPECT_EQ(o.MqttSource.Port, 1884);
+  EXPECT_EQ(o.MqttSource.Prefix, "zol");
+  EXPECT_EQ(o.MqttSource.Site, 1u);
+  EXPECT_FALSE(o.MqttPublish);
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--mqtt", "mqtts://cloud:8884/track", "--mqtt-cafile", "ca.pem",
+                     "--mqtt-client-id", "track-1", "--mqtt-username", "timing", "--mqtt-password-file", "pw",
+                     "--mqtt-qos=0"},
+                    o, error))
+      << error;
+  EXPECT_TRUE(o.MqttPublish);
+  EXPECT_TRUE(o.MqttPublishAddress.Tls);
+  EXPECT_EQ(o.MqttPublishAddress.Port, 8884);
+  EXPECT_EQ(o.MqttPublishAddress.Prefix, "track");
+  EXPECT_EQ(o.MqttCaFile, "ca.pem");
+  EXPECT_EQ(o.MqttClientId, "track-1");
+  EXPECT_EQ(o.MqttUsername, "timing");
+  EXPECT_EQ(o.MqttPasswordFile, "pw");
+  EXPECT_EQ(o.MqttQos, 0);
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000", "--mqtt", "mqtt://h/zol"}, o, error)) << error;
+  EXPECT_EQ(o.MqttQos, 1);
+}
+
+TEST(ClientOptions, BadMqttArgumentsGiveOneLineErrors) {
+  ClientOptions o;
+  std::string error;
+  EXPECT_FALSE(Parse({"mqtt://:1883/zol/1"}, o, error));
+  EXPECT_EQ(error, "bad broker address 'mqtt://:1883/zol/1': no host (expected mqtt[s]://HOST[:PORT]/PREFIX/SITE)");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--mqtt", "mqtt://h:70000/zol"}, o, error));
+  EXPECT_EQ(error,
+            "bad broker address 'mqtt://h:70000/zol': the port must be a number from 1 to 65535 (expected "
+            "mqtt[s]://HOST[:PORT]/PREFIX)");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--mqtt", "mqtt://h"}, o, error));
+  EXPECT_EQ(error, "bad broker address 'mqtt://h': no prefix (expected mqtt[s]://HOST[:PORT]/PREFIX)");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--mqtt", "mqtts://h/zol"}, o, error));
+  EXPECT_EQ(error, "an mqtts:// address needs --mqtt-cafile");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--mqtt", "mqtt://h/zol", "--mqtt-cafile", "ca.pem"}, o, error));
+  EXPECT_EQ(error, "--mqtt-cafile applies to mqtts:// addresses only");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--mqtt-qos", "1"}, o, error));
+  EXPECT_EQ(error, "the --mqtt-* settings apply to an mqtt:// source or to --mqtt only");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--mqtt", "mqtt://h/zol", "--mqtt-qos", "2"}, o, error));
+  EXPECT_EQ(error, "bad --mqtt-qos '2': expected 0 or 1");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--mqtt", "mqtt://h/zol", "--mqtt-username", "u"}, o, error));
+  EXPECT_EQ(error, "--mqtt-username and --mqtt-password-file go together");
+  EXPECT_FALSE(Parse({"mqtt://h/zol/1", "--record", "r.rec"}, o, error));
+  EXPECT_EQ(error, "--record applies to packet sources only; an mqtt:// source gives whole pages");
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--mqtt"}, o, error));
+  EXPECT_EQ(error, "option --mqtt needs a value");
+}

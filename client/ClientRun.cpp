@@ -9,6 +9,8 @@
 
 #include "client/ClientSession.h"
 #include "client/ClientSources.h"
+#include "client/MqttPublisher.h"
+#include "client/MqttSource.h"
 #include "client/Recording.h"
 #include "client/ViewerServer.h"
 #include "frame/KVTException.h"
@@ -87,15 +89,51 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
       session.AddListener(&viewerPages);
       err << "zolclient: viewer at http://" << options.ServeAddress << ":" << viewer.Port() << "/" << std::endl;
     }
-    std::unique_ptr<CByteSource> source = OpenByteSource(options, err, error);
-    if (!source) {
-      err << "zolclient: " << error << std::endl;
-      return kExitFailed;
+    const auto brokerSettings = [&](const MqttAddress& address, bool withClientId) {
+      MqttSettings settings;
+      settings.Address = address;
+      if (withClientId) settings.ClientId = options.MqttClientId;
+      settings.Username = options.MqttUsername;
+      settings.PasswordFile = options.MqttPasswordFile;
+      settings.CaFile = options.MqttCaFile;
+      settings.Qos = options.MqttQos;
+      return settings;
+    };
+    std::unique_ptr<CMqttPublisher> publisher;
+    if (options.MqttPublish) {
+      publisher = std::make_unique<CMqttPublisher>(brokerSettings(options.MqttPublishAddress, true),
+                                                   session.SiteStates(), options.MaxBytes);
+      if (!publisher->Start(error)) {
+        err << "zolclient: " << error << std::endl;
+        return kExitFailed;
+      }
+      session.AddListener(publisher.get());
+    }
+    const auto tellPublisherNews = [&] {
+      if (!publisher) return;
+      for (const std::string& line : publisher->TakeNews()) err << line << std::endl;
+    };
+    // A broker source gives whole pages, not bytes.
+    std::unique_ptr<CMqttPageSource> pageSource;
+    std::unique_ptr<CByteSource> source;
+    if (options.Transport == TransportKind::Mqtt) {
+      pageSource = std::make_unique<CMqttPageSource>(brokerSettings(options.MqttSource, !options.MqttPublish),
+                                                     options.MaxBytes);
+      if (!pageSource->Start(error)) {
+        err << "zolclient: " << error << std::endl;
+        return kExitFailed;
+      }
+    } else {
+      source = OpenByteSource(options, err, error);
+      if (!source) {
+        err << "zolclient: " << error << std::endl;
+        return kExitFailed;
+      }
     }
     std::unique_ptr<CRecordingWriter> writer;
     if (!options.RecordFile.empty()) {
       writer = std::make_unique<CRecordingWriter>();
-      if (!writer->Open(options.RecordFile, source->IsDatagram(), error)) {
+      if (!source || !writer->Open(options.RecordFile, source->IsDatagram(), error)) {
         err << "zolclient: " << error << std::endl;
         return kExitFailed;
       }
@@ -104,8 +142,8 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
     const std::uint64_t start = platform::MonotonicMilliseconds();
     const std::uint64_t limit = static_cast<std::uint64_t>(options.TimeoutSeconds * 1000.0);
     // A datagram larger than a packet must still be seen whole to be counted as wrong.
-    std::vector<BYTE> buffer(source->IsDatagram() ? 65536 : 16384);
-    unsigned connections = source->Connections();
+    std::vector<BYTE> buffer(source && source->IsDatagram() ? 65536 : 16384);
+    unsigned connections = source ? source->Connections() : 0;
     int status = kExitDone;
     // Tells what the goal of --until-complete still lacks; false when there is no such goal.
     const auto tellShortfall = [&](const char* when) {
@@ -125,7 +163,8 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
       if (options.UntilSitesComplete && session.AllSitesComplete()) break;
       // A recording played to its end ends the run as a stop request does, unless its
       // pages are being shown: then they stay until the run is stopped or times out.
-      const bool finished = source->Finished();
+      tellPublisherNews();
+      const bool finished = source && source->Finished();
       if (finished && options.ServePort == 0) {
         if (tellShortfall("when the recording ended")) status = kExitFailed;
         break;
@@ -144,6 +183,10 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
         platform::SleepMilliseconds(wait);
         continue;
       }
+      if (pageSource) {
+        pageSource->Deliver(session, err, wait);
+        continue;
+      }
       const long got = source->Read(buffer.data(), buffer.size(), wait);
       if (source->Connections() != connections) {
         connections = source->Connections();
@@ -158,7 +201,17 @@ int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err
         session.OnStreamBytes(buffer.data(), static_cast<std::size_t>(got));
       }
     }
-    if (options.Stats) out << session.StatsText() << std::flush;
+    tellPublisherNews();
+    if (options.Stats) {
+      out << session.StatsText();
+      if (publisher) {
+        const MqttPublishCounters c = publisher->Counters();
+        out << "broker: pages published " << c.Pages << ", repeats passed over " << c.Repeats << ", topics cleared "
+            << c.Clears << ", clocks published " << c.Clocks << ", published again after a reconnection "
+            << c.Republished << ", not publishable " << c.Refused << "\n";
+      }
+      out << std::flush;
+    }
     return status;
   });
 }

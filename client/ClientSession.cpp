@@ -1,5 +1,6 @@
 #include "client/ClientSession.h"
 
+#include <iterator>
 #include <sstream>
 #include <utility>
 
@@ -72,8 +73,18 @@ void CClientSession::OnInformationPage(const ReceivedPage& page) {
       PrintPageLine(page, "(not an information page)");
       return;
     }
+    OnSiteInformation(page, outcome);
+  });
+}
+
+void CClientSession::OnSiteInformation(const ReceivedPage& page, InformationOutcome outcome) {
+  Guarded("CClientSession::OnSiteInformation()", [&] {
     if (outcome == InformationOutcome::Rebuilt) {
       Assembler.ForgetDeliveredVersionsOfSite(page.SiteNumber, page.PageIdentity);
+      for (auto it = WholePageVersions.begin(); it != WholePageVersions.end();) {
+        const bool otherPageOfSite = (it->first >> 9) == page.SiteNumber && (it->first & 0x1FF) != 0;
+        it = otherPageOfSite ? WholePageVersions.erase(it) : std::next(it);
+      }
       Out << "site " << page.SiteNumber << " rebuilt: build time " << Sites.Sites().at(page.SiteNumber).BuildTime
           << std::endl;
     }
@@ -119,6 +130,27 @@ void CClientSession::OnPage(const ReceivedPage& page) {
       }
     }
     PrintPageLine(page, location);
+  });
+}
+
+void CClientSession::OnWholePage(const ReceivedPage& page) {
+  Guarded("CClientSession::OnWholePage()", [&] {
+    Sites.NoteSite(page.SiteNumber);
+    const unsigned version = (unsigned{page.SequenceHigh} << 8) | page.SequenceLow;
+    const auto [known, added] = WholePageVersions.try_emplace((page.SiteNumber << 9) | page.PageNumber, version);
+    if (!added) {
+      if (known->second == version) return;
+      known->second = version;
+    }
+    OnPage(page);
+  });
+}
+
+void CClientSession::OnWholeInformation(const ReceivedPage& page, SiteInformation information) {
+  Guarded("CClientSession::OnWholeInformation()", [&] {
+    Sites.NoteSite(page.SiteNumber);
+    WholePageVersions[page.SiteNumber << 9] = (unsigned{page.SequenceHigh} << 8) | page.SequenceLow;
+    OnSiteInformation(page, Sites.OnDecodedInformation(page.SiteNumber, std::move(information)));
   });
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <ostream>
 #include <set>
 #include <string>
@@ -31,10 +32,16 @@ class CClientSession {
   void OnDatagram(const BYTE* data, std::size_t length);
   // A new connection starts at a packet boundary, and the server may have restarted.
   void OnNewConnection();
+  // A page that came whole (from a broker): goes the way of a rebuilt one. A version of
+  // a page number already taken is passed over.
+  void OnWholePage(const ReceivedPage& page);
+  // A site's information that came decoded; `page` is its page 0, the record's data what
+  // it was decoded from (for the page line).
+  void OnWholeInformation(const ReceivedPage& page, SiteInformation information);
   // Tells `listener` of every good packet, content page and site clock as well.
   void AddListener(CPageListener* listener) { Listeners.push_back(listener); }
 
-  std::size_t DistinctCompletePages() const { return Assembler.DistinctCompletePages(); }
+  std::size_t DistinctCompletePages() const { return Assembler.DistinctCompletePages() + WholePageVersions.size(); }
   // Every site heard is complete (see CSiteTracker for the rule).
   bool AllSitesComplete() const { return Sites.AllSitesComplete(); }
   std::string StatsText() const;
@@ -49,6 +56,8 @@ class CClientSession {
   void OnPage(const ReceivedPage& page);
   // Page 0: decoded, never written as a page; a rebuilt site's pages are taken afresh.
   void OnInformationPage(const ReceivedPage& page);
+  // What follows an information page that decoded, or came decoded.
+  void OnSiteInformation(const ReceivedPage& page, InformationOutcome outcome);
   void PrintPageLine(const ReceivedPage& page, const std::string& location);
   // Says once that the output reached its byte limit.
   void TellLimitReached();
@@ -60,6 +69,8 @@ class CClientSession {
   std::set<DWORD> InformationWriteFailed;  // sites whose information file could not be written
   bool LimitTold = false;
   std::vector<CPageListener*> Listeners;
+  // Pages that came whole: site << 9 | page number -> version (high << 8 | low).
+  std::map<DWORD, unsigned> WholePageVersions;
   std::ostream& Out;
   std::ostream& Err;
 };

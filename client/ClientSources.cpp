@@ -309,6 +309,10 @@ std::unique_ptr<CByteSource> OpenByteSource(const ClientOptions& options, std::o
         if (!reader->Open(options.ReplayFile, error)) return nullptr;
         return std::make_unique<CReplaySource>(std::move(reader), options.ReplaySpeed, err);
       }
+      case TransportKind::Mqtt:
+        // A broker gives whole pages, not bytes: see CMqttPageSource.
+        error = "an mqtt:// source gives pages, not bytes";
+        return nullptr;
     }
     error = "unknown source";
     return nullptr;

@@ -110,6 +110,13 @@ InformationOutcome CSiteTracker::OnInformationPage(DWORD site, const std::vector
       if (reason != nullptr) *reason = why;
       return InformationOutcome::NotInformation;
     }
+    return OnDecodedInformation(site, std::move(information));
+  });
+}
+
+InformationOutcome CSiteTracker::OnDecodedInformation(DWORD site, SiteInformation information) {
+  return Guarded("CSiteTracker::OnDecodedInformation()", [&] {
+    SiteState& state = States[site];
     ++state.InformationPages;
     InformationOutcome outcome = InformationOutcome::SameBuild;
     if (!state.HasInformation) {

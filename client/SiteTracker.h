@@ -51,6 +51,8 @@ class CSiteTracker {
   // A good packet of `site` was seen: the site exists, even before any page of it is complete.
   void NoteSite(DWORD site);
   InformationOutcome OnInformationPage(DWORD site, const std::vector<BYTE>& data, std::string* reason = nullptr);
+  // The same for information that came already decoded (from a broker, say).
+  InformationOutcome OnDecodedInformation(DWORD site, SiteInformation information);
   // A page other than page 0 was complete.
   void OnContentPage(DWORD site, DWORD pageNumber);
 

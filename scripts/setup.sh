@@ -10,6 +10,7 @@ packages=(
   iproute2 procps
   dpkg-dev
   libcpp-httplib-dev libmicrohttpd-dev curl openssl
+  libmosquitto-dev mosquitto
   chromium chromium-driver python3-selenium
 )
 
