@@ -136,6 +136,8 @@ void CClientSession::OnPage(const ReceivedPage& page) {
 void CClientSession::OnWholePage(const ReceivedPage& page) {
   Guarded("CClientSession::OnWholePage()", [&] {
     Sites.NoteSite(page.SiteNumber);
+    // What came whole is the source's sign of life, as a packet is of a stream's.
+    for (CPageListener* listener : Listeners) listener->OnPacket();
     const unsigned version = (unsigned{page.SequenceHigh} << 8) | page.SequenceLow;
     const auto [known, added] = WholePageVersions.try_emplace((page.SiteNumber << 9) | page.PageNumber, version);
     if (!added) {
@@ -149,6 +151,7 @@ void CClientSession::OnWholePage(const ReceivedPage& page) {
 void CClientSession::OnWholeInformation(const ReceivedPage& page, SiteInformation information) {
   Guarded("CClientSession::OnWholeInformation()", [&] {
     Sites.NoteSite(page.SiteNumber);
+    for (CPageListener* listener : Listeners) listener->OnPacket();
     WholePageVersions[page.SiteNumber << 9] = (unsigned{page.SequenceHigh} << 8) | page.SequenceLow;
     OnSiteInformation(page, Sites.OnDecodedInformation(page.SiteNumber, std::move(information)));
   });
