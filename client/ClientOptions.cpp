@@ -154,6 +154,8 @@ std::string ClientUsage() {
          "                           stderr and counted in --stats\n"
          "  --stats                  print packet and page counts when the client ends, and\n"
          "                           per site its name, pagecount, pages complete and clock\n"
+         "  --trace                  also print one line per packet checked and one per page\n"
+         "                           completed (formats below)\n"
          "  --timeout S              stop after S seconds (decimals allowed)\n"
          "  --until-complete N       stop once N distinct pages (page 0 included) are complete;\n"
          "                           with --timeout, exit status 1 when the time runs out first\n"
@@ -195,6 +197,13 @@ std::string ClientUsage() {
          "where PATH/NAME is (information) for a site's information page (page 0), and\n"
          "  site S rebuilt: build time T\n"
          "when a site's information page shows a new build time.\n"
+         "With --trace, before those lines:\n"
+         "  packet site S page P level L number N of T version H.L checksum CCCC good bytes B\n"
+         "  packet bad checksum CCCC bytes B      (or: bad end mark, bad header)\n"
+         "  page site S page P level L version H.L complete packets T bytes D PATH/NAME\n"
+         "N is the packet number as sent (twelve bits, from 0 again after 4095), T is ? until\n"
+         "the page's last packet, then the packet count of that version; CCCC is the checksum\n"
+         "the packet carries (hex), B the packet size, D the size of the page's data.\n"
          "Exit status: 0 done, 1 a source that cannot be opened or a goal not reached in time\n"
          "(or before a recording ended), "
          "2 a bad argument.\n";
@@ -239,6 +248,9 @@ bool ParseClientOptions(const std::vector<std::string>& arguments, ClientOptions
       } else if (name == "--stats") {
         if (!noValue()) return false;
         options.Stats = true;
+      } else if (name == "--trace") {
+        if (!noValue()) return false;
+        options.Trace = true;
       } else if (name == "--out") {
         if (!takeValue()) return false;
         if (value.empty()) {

@@ -26,6 +26,7 @@ struct ClientOptions {
   std::string OutputFolder;  // empty: pages are listed, not written
   std::uint64_t MaxBytes = std::uint64_t{1} << 30;  // what the files under OutputFolder may hold
   bool Stats = false;
+  bool Trace = false;  // one line per packet and per completed page on stdout
   double TimeoutSeconds = 0;      // 0: no limit
   std::size_t UntilComplete = 0;  // 0: no limit
   bool UntilSitesComplete = false;  // --until-complete site

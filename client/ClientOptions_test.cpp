@@ -190,6 +190,20 @@ TEST(ClientOptions, ServeIsOnLoopbackUnlessMadePublic) {
   EXPECT_EQ(error, "option --serve-public takes no value");
 }
 
+TEST(ClientOptions, TraceIsAFlagForEverySource) {
+  ClientOptions o;
+  std::string error;
+  ASSERT_TRUE(Parse({"tcp://127.0.0.1:51000"}, o, error)) << error;
+  EXPECT_FALSE(o.Trace);
+  for (const char* source : {"tcp://127.0.0.1:51000", "udp://239.254.1.2:7125", "serial:/dev/ttyS0", "replay:x.rec"}) {
+    ASSERT_TRUE(Parse({source, "--trace"}, o, error)) << source << ": " << error;
+    EXPECT_TRUE(o.Trace) << source;
+  }
+  EXPECT_FALSE(Parse({"tcp://127.0.0.1:51000", "--trace=yes"}, o, error));
+  EXPECT_EQ(error, "option --trace takes no value");
+  EXPECT_NE(zolclient::ClientUsage().find("  --trace "), std::string::npos);
+}
+
 TEST(ClientOptions, MqttSourceAndPublishingSettings) {
   ClientOptions o;
   std::string error;

@@ -68,7 +68,9 @@ void RequestClientStop() { StopRequested.store(true); }
 
 int RunClient(const ClientOptions& options, std::ostream& out, std::ostream& err) {
   return Guarded("RunClient()", [&] {
+    CPacketTrace trace(out);
     CClientSession session(options.PacketSize, options.OutputFolder, out, err, options.MaxBytes);
+    if (options.Trace) session.SetTrace(&trace);
     std::string error;
     if (!session.Prepare(error)) {
       err << "zolclient: " << error << std::endl;

@@ -27,6 +27,17 @@ bool CClientSession::Prepare(std::string& error) {
   });
 }
 
+void CClientSession::SetTrace(CPacketTrace* trace) {
+  Trace = trace;
+  if (trace == nullptr) {
+    PacketScanner.WatchBlocks(nullptr);
+    return;
+  }
+  PacketScanner.WatchBlocks([this](const BYTE* block, CPacketScanner::BlockState state, const ScannedPacket& packet) {
+    Trace->OnBlock(block, PacketScanner.PacketSize(), state, packet);
+  });
+}
+
 void CClientSession::OnPacket(const ScannedPacket& packet) {
   Sites.NoteSite(wire::SiteNumber(packet.PacketID));
   for (CPageListener* listener : Listeners) listener->OnPacket();
@@ -104,6 +115,7 @@ void CClientSession::OnSiteInformation(const ReceivedPage& page, InformationOutc
 
 void CClientSession::OnPage(const ReceivedPage& page) {
   Guarded("CClientSession::OnPage()", [&] {
+    if (Trace != nullptr) Trace->OnPage(page);
     if (page.PageNumber == 0) {
       OnInformationPage(page);
       return;

@@ -15,6 +15,7 @@
 #include "client/PageWriter.h"
 #include "client/SiteTracker.h"
 #include "client/PageListener.h"
+#include "client/PacketTrace.h"
 
 namespace zolclient {
 
@@ -40,6 +41,8 @@ class CClientSession {
   void OnWholeInformation(const ReceivedPage& page, SiteInformation information);
   // Tells `listener` of every good packet, content page and site clock as well.
   void AddListener(CPageListener* listener) { Listeners.push_back(listener); }
+  // zolclient --trace: every checked block and every completed page are told to `trace` too.
+  void SetTrace(CPacketTrace* trace);
 
   std::size_t DistinctCompletePages() const { return Assembler.DistinctCompletePages() + WholePageVersions.size(); }
   // Every site heard is complete (see CSiteTracker for the rule).
@@ -69,6 +72,7 @@ class CClientSession {
   std::set<DWORD> InformationWriteFailed;  // sites whose information file could not be written
   bool LimitTold = false;
   std::vector<CPageListener*> Listeners;
+  CPacketTrace* Trace = nullptr;
   // Pages that came whole: site << 9 | page number -> version (high << 8 | low).
   std::map<DWORD, unsigned> WholePageVersions;
   std::ostream& Out;

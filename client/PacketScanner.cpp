@@ -77,6 +77,7 @@ void CPacketScanner::Feed(const BYTE* data, std::size_t length, const Sink& sink
       if (Pending.size() - start < Size) break;
       const BlockState state = CheckBlock(Pending.data() + start, packet);
       Count(state);
+      if (Watcher) Watcher(Pending.data() + start, state, packet);
       if (state == BlockState::Good) {
         InStep = true;
         start += Size;
@@ -102,6 +103,7 @@ void CPacketScanner::FeedDatagram(const BYTE* data, std::size_t length, const Si
     ScannedPacket packet;
     const BlockState state = CheckBlock(data, packet);
     Count(state);
+    if (Watcher) Watcher(data, state, packet);
     if (state == BlockState::Good) sink(packet);
   });
 }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include "frame/Types.h"
@@ -57,6 +58,11 @@ class CPacketScanner {
   enum class BlockState { Good, BadChecksum, BadEndMark, BadHeader };
   BlockState CheckBlock(const BYTE* block, ScannedPacket& packet) const;
 
+  // Told of every block checked, good or not, before a good one goes to the sink (for
+  // zolclient --trace). `packet` is filled only when the block is good.
+  using BlockWatcher = std::function<void(const BYTE* block, BlockState state, const ScannedPacket& packet)>;
+  void WatchBlocks(BlockWatcher watcher) { Watcher = std::move(watcher); }
+
   const ScanCounters& Counters() const { return Stats; }
   std::size_t PacketSize() const { return Size; }
 
@@ -67,6 +73,7 @@ class CPacketScanner {
   std::vector<BYTE> Pending;
   bool InStep = true;
   ScanCounters Stats;
+  BlockWatcher Watcher;
 };
 
 }  // namespace zolclient
