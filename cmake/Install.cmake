@@ -13,6 +13,7 @@
 #   share/doc/zolserver/README.md
 #   lib/systemd/system/zolhost.service     runs zolhost on /var/lib/zolserver
 #   lib/systemd/system/zoldatamanager.service  runs zoldatamanager on zolhost's link
+#   lib/ARCH/wireshark/plugins/zol.lua     the Wireshark dissector of the page carousel
 
 include(GNUInstallDirs)
 
@@ -36,6 +37,16 @@ endforeach()
 install(TARGETS zolserver LIBRARY DESTINATION ${ZOL_INSTALL_MODULEDIR})
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/examples/ DESTINATION ${ZOL_INSTALL_DATADIR}/examples)
 install(FILES ${CMAKE_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# The Wireshark dissector goes where Debian's Wireshark looks for Lua plugins of every
+# version ("Global Lua Plugins" of tshark -G folders): /usr/lib/ARCH/wireshark/plugins.
+# Below another prefix Wireshark does not look; ~/.local/lib/wireshark/plugins does.
+if(CMAKE_LIBRARY_ARCHITECTURE)
+  set(ZOL_INSTALL_WIRESHARKDIR "lib/${CMAKE_LIBRARY_ARCHITECTURE}/wireshark/plugins")
+else()
+  set(ZOL_INSTALL_WIRESHARKDIR "lib/wireshark/plugins")
+endif()
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/wireshark/zol.lua DESTINATION ${ZOL_INSTALL_WIRESHARKDIR})
 
 # Manual pages, compressed as Debian keeps them.
 foreach(page zolhost.1 zolclient.1 zoldatamanager.1)

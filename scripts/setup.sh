@@ -12,6 +12,7 @@ packages=(
   libcpp-httplib-dev libmicrohttpd-dev curl openssl
   libmosquitto-dev mosquitto
   chromium chromium-driver python3-selenium
+  tshark
 )
 
 missing=()
@@ -33,5 +34,7 @@ fi
 
 echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
+# tshark's package asks whether users other than root may capture: no, and without asking.
+echo "wireshark-common wireshark-common/install-setuid boolean false" | debconf-set-selections
 apt-get update -q
 apt-get install -y -q --no-install-recommends "${missing[@]}"
