@@ -51,6 +51,13 @@ check_layout() {
               lib/systemd/system/zoldatamanager.service; do
     [ -f "$root/$file" ] || fail "$root/$file is missing"
   done
+  # The dissector goes where Wireshark looks for it: below /usr in the folder of the
+  # architecture, below another prefix in lib/wireshark/plugins.
+  local dissector found=
+  for dissector in "$root"/lib/wireshark/plugins/zol.lua "$root"/lib/*/wireshark/plugins/zol.lua; do
+    [ -f "$dissector" ] && found=$dissector
+  done
+  [ -n "$found" ] || fail "the Wireshark dissector is not installed below $root/lib"
   # The module is found in its own folder, not beside the program.
   [ ! -e "$root/bin/libzolserver.so" ] || fail "$root/bin/libzolserver.so should not be installed"
   grep -qxF "ExecStart=$program --appdir /var/lib/zolserver \$ZOLHOST_OPTIONS" \
