@@ -3,6 +3,7 @@
 // after a growing pause of at most 10 s.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "client/MqttAddress.h"
@@ -12,6 +13,8 @@ struct mosquitto;
 namespace zolclient {
 
 inline constexpr unsigned kMqttLongestReconnectPause = 10;
+// A broker not reached this long after the start is told of once.
+inline constexpr std::uint64_t kMqttAbsenceMilliseconds = 5000;
 
 struct MqttSettings {
   MqttAddress Address;

@@ -9,6 +9,7 @@
 
 #include "client/PageWriter.h"
 #include "frame/KVTException.h"
+#include "frame/platform/Time.h"
 
 namespace zolclient {
 
@@ -54,6 +55,7 @@ CMqttPublisher::~CMqttPublisher() { StopMqttClient(Client); }
 
 bool CMqttPublisher::Start(std::string& error) {
   return Guarded("CMqttPublisher::Start()", [&] {
+    StartedAt = platform::MonotonicMilliseconds();
     Client = NewMqttClient(Settings, this, error);
     if (Client == nullptr) return false;
     mosquitto_connect_v5_callback_set(Client, ConnectCallback);
@@ -166,6 +168,7 @@ void CMqttPublisher::Connected(int rc) {
       return;
     }
     IsConnected = true;
+    EverConnected = true;
     if (WasLost) Tell("broker " + MqttBrokerName(Settings) + " back; publishing every page again");
     WasLost = false;
     // Everything held, whether the broker kept it or not: it may have lost it all.
@@ -193,6 +196,11 @@ void CMqttPublisher::Disconnected(int rc) {
 std::vector<std::string> CMqttPublisher::TakeNews() {
   return Guarded("CMqttPublisher::TakeNews()", [&] {
     const std::lock_guard<std::mutex> hold(Lock);
+    if (!EverConnected && !AbsenceTold && platform::MonotonicMilliseconds() - StartedAt > kMqttAbsenceMilliseconds) {
+      AbsenceTold = true;
+      Tell("broker " + MqttBrokerName(Settings) + " not reached yet; trying again, at most " +
+           std::to_string(kMqttLongestReconnectPause) + " s apart");
+    }
     return std::exchange(News, {});
   });
 }

@@ -81,6 +81,9 @@ class CMqttPublisher : public CPageListener {
   std::mutex Lock;
   bool IsConnected = false;
   bool WasLost = false;
+  bool EverConnected = false;
+  bool AbsenceTold = false;
+  std::uint64_t StartedAt = 0;  // monotonic milliseconds
   bool RefusalTold = false;
   bool BoundTold = false;
   std::uint64_t HeldBytes = 0;

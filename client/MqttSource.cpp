@@ -13,6 +13,7 @@
 #include "client/PageWriter.h"
 #include "distribution/PacketFormat.h"
 #include "frame/KVTException.h"
+#include "frame/platform/Time.h"
 
 namespace zolclient {
 
@@ -165,6 +166,7 @@ CMqttPageSource::~CMqttPageSource() { StopMqttClient(Client); }
 
 bool CMqttPageSource::Start(std::string& error) {
   return Guarded("CMqttPageSource::Start()", [&] {
+    StartedAt = platform::MonotonicMilliseconds();
     Client = NewMqttClient(Settings, this, error);
     if (Client == nullptr) return false;
     mosquitto_connect_v5_callback_set(Client, ConnectCallback);
@@ -232,6 +234,11 @@ void CMqttPageSource::Deliver(CClientSession& session, std::ostream& err, int ti
       QueuedBytes = 0;
       news.swap(News);
       dropped = std::exchange(Dropped, 0);
+      if (!EverConnected && !AbsenceTold && platform::MonotonicMilliseconds() - StartedAt > kMqttAbsenceMilliseconds) {
+        AbsenceTold = true;
+        news.push_back("zolclient: broker " + MqttBrokerName(Settings) + " not reached yet; trying again, at most " +
+                       std::to_string(kMqttLongestReconnectPause) + " s apart");
+      }
     }
     for (const std::string& line : news) err << line << std::endl;
     if (dropped > 0) {

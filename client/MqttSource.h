@@ -62,6 +62,8 @@ class CMqttPageSource {
   std::uint64_t Dropped = 0;
   bool WasLost = false;
   bool EverConnected = false;
+  bool AbsenceTold = false;
+  std::uint64_t StartedAt = 0;  // monotonic milliseconds
   std::vector<std::string> News;
 };
 
