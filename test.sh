@@ -100,7 +100,7 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
   run_ctest build-asan || status=1
 
 # The threaded parts: only the test files that hold them are built for ThreadSanitizer.
-threaded='Thread|Port|Tcp|Multicast|Serial|Zolhost|Zolclient|EndToEnd|ViewerServing|ViewerPages'
+threaded='Thread|Port|Tcp|Multicast|Serial|Zolhost|Zolclient|EndToEnd|ViewerServing|ViewerPages|Mqtt'
 build build-tsan -DZOL_SANITIZE=thread -DZOL_BUILD_BENCH=OFF "-DZOL_TEST_MATCHING=$threaded"
 # The late-client test waits a minute for the site's longest repeat; its threads are the
 # same as those of the other process tests, so the plain and ASan runs are enough for it.
