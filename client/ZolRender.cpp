@@ -17,6 +17,9 @@ namespace {
 // The texts of all pages that one rendering includes, together.
 constexpr std::size_t kMaxIncludedText = 16 * 1024 * 1024;
 constexpr unsigned kLongestRefresh = 3600;
+// Elements open at once across a page and the pages it includes: each is a step of the
+// walk's recursion, and a page with its includes must not take more stack than that.
+constexpr std::size_t kMostOpenElements = 1024;
 
 // What a page and the pages it includes share while they are rendered.
 struct RenderState {
@@ -25,6 +28,7 @@ struct RenderState {
   std::size_t IncludedText = 0;
   // The page numbers being rendered around the current include, outermost first.
   std::vector<unsigned> IncludeChain;
+  std::size_t OpenElements = 0;
 };
 
 char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -228,6 +232,18 @@ class CZolPageRenderer {
       case ZolNodeKind::Element:
         break;
     }
+    if (m_state.OpenElements >= kMostOpenElements) {
+      out.Comment("an element left out: elements nest deeper than " + std::to_string(kMostOpenElements) +
+                  " with the included pages");
+      return;
+    }
+    ++m_state.OpenElements;
+    RenderElementNode(out, index, place);
+    --m_state.OpenElements;
+  }
+
+  void RenderElementNode(CZolHtmlOutput& out, DWORD index, Place place) {
+    const ZolNode& node = m_tree.Node(index);
     const std::string_view name = m_tree.Name(node);
     if (name == "zol_table") return RenderTable(out, index, place);
     if (name == "zol_rr") return RenderRow(out, index);
