@@ -152,7 +152,7 @@ bool CViewerServer::Start(const std::string& address, std::uint16_t port, std::s
         {MHD_OPTION_CONNECTION_LIMIT, static_cast<intptr_t>(kMostConnections), nullptr},
         {MHD_OPTION_CONNECTION_MEMORY_LIMIT, static_cast<intptr_t>(16 * 1024), nullptr},
         {MHD_OPTION_CONNECTION_TIMEOUT, static_cast<intptr_t>(60), nullptr},
-        // Rendering walks a page recursively (1,024 elements deep at most).
+        // Rendering walks a page recursively (256 elements deep at most).
         {MHD_OPTION_THREAD_STACK_SIZE, static_cast<intptr_t>(8 * 1024 * 1024), nullptr},
         {MHD_OPTION_EXTERNAL_LOGGER, reinterpret_cast<intptr_t>(&IgnoreLibraryMessage), nullptr},
         {MHD_OPTION_END, 0, nullptr},

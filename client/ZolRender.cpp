@@ -17,9 +17,10 @@ namespace {
 // The texts of all pages that one rendering includes, together.
 constexpr std::size_t kMaxIncludedText = 16 * 1024 * 1024;
 constexpr unsigned kLongestRefresh = 3600;
-// Elements open at once across a page and the pages it includes: each is a step of the
-// walk's recursion, and a page with its includes must not take more stack than that.
-constexpr std::size_t kMostOpenElements = 1024;
+// Elements open at once across a page and the pages it includes, as deep as one page may
+// nest: each is a step of the walk's recursion, which takes kilobytes of stack a step in
+// a sanitizer build.
+constexpr std::size_t kMostOpenElements = 256;
 
 // What a page and the pages it includes share while they are rendered.
 struct RenderState {
