@@ -26,39 +26,14 @@ except ImportError as error:  # pragma: no cover - told in one line
     print(f"browser test: python3-selenium is missing ({error})", file=sys.stderr)
     sys.exit(2)
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
+from example_processes import ExampleSetupFailed, copy_examples, free_port, free_ports  # noqa: E402,F401
+
 WAIT = 20  # seconds for any one thing to show
 
 
-class StepFailed(Exception):
+class StepFailed(ExampleSetupFailed):
     pass
-
-
-def free_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-def free_ports(count):
-    ports = []
-    while len(ports) < count:
-        port = free_port()
-        if port not in ports:
-            ports.append(port)
-    return ports
-
-
-def copy_examples(examples, target, page_port):
-    shutil.copytree(os.path.join(examples, "site"), os.path.join(target, "site"))
-    if os.path.isdir(os.path.join(examples, "HTML")):
-        shutil.copytree(os.path.join(examples, "HTML"), os.path.join(target, "HTML"))
-    os.makedirs(os.path.join(target, "Config"))
-    with open(os.path.join(examples, "Config", "ZOLServer.ini"), encoding="utf-8", newline="") as source:
-        settings = source.read()
-    if "port=51000" not in settings:
-        raise StepFailed("the example settings name no TCP port 51000")
-    with open(os.path.join(target, "Config", "ZOLServer.ini"), "w", encoding="utf-8", newline="") as copy:
-        copy.write(settings.replace("port=51000", f"port={page_port}", 1))
 
 
 def wait_for_text(path, text, seconds):
@@ -254,7 +229,7 @@ def main_of(run_class, args, whole_run, name):
     status = 0
     try:
         run.run()
-    except (StepFailed, WebDriverException, OSError) as error:
+    except (ExampleSetupFailed, WebDriverException, OSError) as error:
         status = 1
         reason = "the run took longer than %d s" % whole_run if expired.is_set() else str(error)
         print(f"{name}: FAILED: {reason}", file=sys.stderr)

@@ -24,7 +24,9 @@ import xml.etree.ElementTree as ElementTree
 import zlib
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
 import pcap_writer  # noqa: E402
+from example_processes import ExampleSetupFailed, copy_examples, free_port  # noqa: E402
 
 PACKET_SIZE = 128
 RECEIVE_SECONDS = 5
@@ -32,27 +34,8 @@ ENOUGH_PACKETS = 300
 START_MARK = 0x8E
 
 
-class Failed(Exception):
+class Failed(ExampleSetupFailed):
     pass
-
-
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
-
-
-def copy_examples(examples, target, page_port):
-    shutil.copytree(os.path.join(examples, "site"), os.path.join(target, "site"))
-    if os.path.isdir(os.path.join(examples, "HTML")):
-        shutil.copytree(os.path.join(examples, "HTML"), os.path.join(target, "HTML"))
-    os.makedirs(os.path.join(target, "Config"))
-    with open(os.path.join(examples, "Config", "ZOLServer.ini"), encoding="utf-8", newline="") as source:
-        settings = source.read()
-    if "port=51000" not in settings:
-        raise Failed("the example settings name no TCP port 51000")
-    with open(os.path.join(target, "Config", "ZOLServer.ini"), "w", encoding="utf-8", newline="") as copy:
-        copy.write(settings.replace("port=51000", f"port={page_port}", 1))
 
 
 def receive_stream(args, work):
@@ -275,7 +258,7 @@ def main():
     work = tempfile.mkdtemp(prefix="zol-dissector-")
     try:
         run(args, work)
-    except Failed as failure:
+    except ExampleSetupFailed as failure:
         print("FAILED: %s" % failure, file=sys.stderr)
         print("files in %s" % work, file=sys.stderr)
         return 1
